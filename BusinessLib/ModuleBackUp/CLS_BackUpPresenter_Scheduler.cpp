@@ -1,0 +1,1 @@
+#include "CLS_BackUpPresenter.h"
