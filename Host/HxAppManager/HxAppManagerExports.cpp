@@ -8,6 +8,7 @@
 #include "HxAppManager.h"
 #include "HxExport.h"
 #include "HxOperateLog.h"
+#include "I_AppSignals.h"
 #include "Logger.h"
 
 extern "C" {
@@ -44,8 +45,16 @@ HX_EXPORT long long GetAppHandle()
 
 HX_EXPORT QObject* GetAppSignals()
 {
-    // The host's signal hub comes with the module framework.
-    return nullptr;
+    // The hub lives as long as the process, in the application's thread, where its receivers live.
+    static I_AppSignals* pSignals = []() {
+        RegisterSharedRecordTypes();
+        auto* pHub = new I_AppSignals();
+        if (QCoreApplication* pApp = QCoreApplication::instance()) {
+            pHub->moveToThread(pApp->thread());
+        }
+        return pHub;
+    }();
+    return pSignals;
 }
 
 HX_EXPORT QVector<STRUCT_searchResult> ReadOperateLog()

@@ -10,6 +10,7 @@
 #include "CLS_DBDaoC.h"
 #include "DaoTestSupport.h"
 #include "HxAppManager.h"
+#include "SharedRecords.h"
 #include "HxOperateLog.h"
 #include "I_AppData.h"
 #include "Param.h"
@@ -80,6 +81,7 @@ private Q_SLOTS:
     void appQuitEndsTheRunningLoop_data();
     void appQuitEndsTheRunningLoop();
     void applicationAndProcess();
+    void signalHubCarriesTheHostSignals();
 
 private:
     std::unique_ptr<QTemporaryDir> m_pDir;
@@ -214,6 +216,25 @@ void tst_AppManager::applicationAndProcess()
     QVERIFY(pGetApp != nullptr && pGetHandle != nullptr);
     QCOMPARE(pGetApp(), static_cast<QObject*>(QCoreApplication::instance()));
     QCOMPARE(pGetHandle(), static_cast<long long>(QCoreApplication::applicationPid()));
+}
+
+void tst_AppManager::signalHubCarriesTheHostSignals()
+{
+    auto pGetSignals = AppManagerFunction<HxAppManager::PFN_GetAppSignals>("GetAppSignals");
+    QVERIFY(pGetSignals != nullptr);
+    QObject* pHub = pGetSignals();
+    QVERIFY(pHub != nullptr);
+    QCOMPARE(pGetSignals(), pHub);
+    QVERIFY(pHub->inherits("I_AppSignals"));
+    // Receivers connect by signature; the record types travel through queued connections too.
+    QSignalSpy quit(pHub, SIGNAL(SignQuit(n_QuitFlag, QVariantMap)));
+    QVERIFY(quit.isValid());
+    const QVariantMap qmapParam{{"reason", "test"}};
+    QVERIFY(QMetaObject::invokeMethod(pHub, "SignQuit", Qt::QueuedConnection, Q_ARG(n_QuitFlag, QUIT_FLAG_RESTART),
+                                      Q_ARG(QVariantMap, qmapParam)));
+    QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, 5000);
+    QCOMPARE(quit.first().at(0).value<n_QuitFlag>(), QUIT_FLAG_RESTART);
+    QCOMPARE(quit.first().at(1).toMap().value("reason").toString(), QString("test"));
 }
 
 QTEST_GUILESS_MAIN(tst_AppManager)

@@ -1,6 +1,8 @@
 #include <QtTest>
 
 #include "CLS_DBDao.h"
+#include "CLS_ModuleBasic.h"
+#include "CLS_TestPresenter.h"
 #include "CLS_DBDaoC.h"
 #include "CLS_StreamCapture.h"
 #include "HxAppManager.h"
@@ -10,6 +12,17 @@
 #include "TaskPool.h"
 #include "Util.h"
 
+class CLS_LonelyModule : public CLS_ModuleBasic
+{
+    Q_OBJECT
+
+public:
+    CLS_PresenterBasic* GetPresenter(const QVariantMap&) override { return &m_presenter; }
+    QWidget* CreateView(const QVariantMap&) override { return nullptr; }
+
+    CLS_TestPresenter m_presenter;
+};
+
 // This suite runs without a path to the host's libraries: every service is missing.
 class tst_MissingServices : public QObject
 {
@@ -17,6 +30,7 @@ class tst_MissingServices : public QObject
 
 private Q_SLOTS:
     void everyFacadeAnswersNeutrallyAndEachLibraryIsReportedOnce();
+    void requestsWithoutATaskPoolAreDroppedQuietly();
 };
 
 void tst_MissingServices::everyFacadeAnswersNeutrallyAndEachLibraryIsReportedOnce()
@@ -52,6 +66,25 @@ void tst_MissingServices::everyFacadeAnswersNeutrallyAndEachLibraryIsReportedOnc
         QVERIFY2(qstrErr.count(qstrLine) == 1, qPrintable(QString(pLib) + ":\n" + qstrErr));
     }
     QCOMPARE(qstrErr.count('\n'), 6);
+}
+
+void tst_MissingServices::requestsWithoutATaskPoolAreDroppedQuietly()
+{
+    auto* pModule = new CLS_LonelyModule();
+    QSignalSpy moduleAnswers(pModule, &CLS_ModuleBasic::SignHandlerRsulted);
+    QSignalSpy presenterAnswers(&pModule->m_presenter, &CLS_PresenterBasic::SignTaskResult);
+    pModule->m_presenter.m_iInterval = 10;
+    pModule->InitModule({});
+    QCOMPARE(pModule->m_presenter.IsInit(), 1);
+    pModule->TaskRequest("ok", {}, "uuid");
+    pModule->m_presenter.TaskRequest("ok", {}, "uuid", nullptr);
+    QCoreApplication::processEvents();
+    QCOMPARE(moduleAnswers.count(), 0);
+    QCOMPARE(presenterAnswers.count(), 0);
+    QCOMPARE(pModule->m_presenter.m_iHandled.load(), 0);
+    pModule->UnInitModule({});
+    QCOMPARE(pModule->m_presenter.IsInit(), 0);
+    delete pModule;
 }
 
 QTEST_GUILESS_MAIN(tst_MissingServices)
