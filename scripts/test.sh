@@ -10,7 +10,4 @@ ctest --test-dir "$here/build" --output-on-failure -j2
 
 bash "$here/scripts/setup.sh" "$here/build-asan" -DHX_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
 echo "== tests (build-asan: AddressSanitizer + UndefinedBehaviorSanitizer)"
-export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
-export LSAN_OPTIONS="suppressions=$here/tests/sanitizer/lsan.supp:print_suppressions=0"
-export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 ctest --test-dir "$here/build-asan" --output-on-failure -j2
