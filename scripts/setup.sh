@@ -7,7 +7,7 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${1:-$here/build}"
 shift || true
 
-packages=(cmake ninja-build g++ qtbase5-dev qtbase5-private-dev libqt5sql5-sqlite qttools5-dev-tools
+packages=(cmake ninja-build g++ qtbase5-dev qtbase5-private-dev libqt5sql5-sqlite qttools5-dev-tools qttools5-dev
           zip unzip)
 missing=()
 for pkg in "${packages[@]}"; do

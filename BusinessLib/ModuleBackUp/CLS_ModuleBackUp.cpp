@@ -3,14 +3,20 @@
 #include <QWidget>
 
 #include "CLS_BackUpPresenter.h"
+#include "CLS_BackUpProcess.h"
+#include "CLS_FrmBackUp.h"
 
 namespace {
 
 // The module's views by "ViewType"; null for a type this module does not have.
 QWidget* CreateViewOfType(const QString& _qstrViewType)
 {
-    Q_UNUSED(_qstrViewType)
-    // The settings form ("default") and the progress dialog ("BackUpProcess") are not built yet.
+    if (_qstrViewType == "default") {
+        return new CLS_FrmBackUp();
+    }
+    if (_qstrViewType == "BackUpProcess") {
+        return new CLS_BackUpProcess();
+    }
     return nullptr;
 }
 
