@@ -1,0 +1,122 @@
+#include <QDir>
+#include <QFileInfo>
+
+#include "CLS_CommandParser.h"
+#include "CLS_ModuleHost.h"
+#include "CLS_ProgressBar.h"
+#include "CLS_SignalWatcher.h"
+#include "ClientOutput.h"
+#include "ClientSetup.h"
+#include "Commands.h"
+
+namespace Commands {
+namespace {
+
+constexpr int kMaxCancelResends = 5;
+
+} // namespace
+
+int BackUp(const QStringList& _lstArgs)
+{
+    CLS_CommandParser parser(
+        "backup", "[DIR]",
+        "Backs up the client data now into one zip archive, in DIR or in the folder of the "
+        "settings. Shows the progress; Ctrl-C cancels the run and waits for it to end. "
+        "Prints the archive's path and size.");
+    parser.Parser().addPositionalArgument(
+        "DIR", "Folder to write the archive to (default: the saved folder).", "[DIR]");
+    int iExit = ExitCode::kSuccess;
+    if (!parser.Parse(_lstArgs, 0, 1, iExit)) {
+        return iExit;
+    }
+
+    // A folder given is checked before anything is loaded; the saved one needs the module to be known.
+    QString qstrError;
+    QString qstrFolder;
+    if (!parser.Parser().positionalArguments().isEmpty()) {
+        qstrFolder =
+            QDir::cleanPath(QDir::current().absoluteFilePath(parser.Parser().positionalArguments().first()));
+        if (!PrepareWritableFolder(qstrFolder, qstrError)) {
+            ClientOutput::PrintError(parser.Command(), qstrError);
+            return ExitCode::kFailure;
+        }
+    }
+    CLS_ModuleHost host;
+    if (!StartClient(host, parser.Command())) {
+        return ExitCode::kFailure;
+    }
+    if (qstrFolder.isEmpty()) {
+        STRUCT_BackUpSettings stSettings;
+        if (!ReadSettings(host, stSettings, qstrError)) {
+            ClientOutput::PrintError(parser.Command(), qstrError);
+            return ExitCode::kFailure;
+        }
+        qstrFolder = QDir::cleanPath(QDir::current().absoluteFilePath(stSettings.qstrPath));
+        if (!PrepareWritableFolder(qstrFolder, qstrError)) {
+            ClientOutput::PrintError(parser.Command(), qstrError);
+            return ExitCode::kFailure;
+        }
+    }
+
+    CLS_ProgressBar bar;
+    bool blCancelSent = false;
+    int iCancelResends = 0;
+    QObject::connect(&host, &CLS_ModuleHost::SignProgress, &host, [&](int _iRate, const QString& _qstrText) {
+        if (!blCancelSent) {
+            bar.Update(_iRate, _qstrText);
+            return;
+        }
+        // The run clears the cancel flag when it starts; progress after a cancel means that it may have
+        // come too early. Once the flag holds, no progress passes any more, so a few repeats suffice.
+        if (iCancelResends < kMaxCancelResends) {
+            ++iCancelResends;
+            host.Send("CanCelBackUp", {});
+        }
+    });
+    CLS_SignalWatcher watcher;
+    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &host, [&]() {
+        if (blCancelSent) {
+            return;
+        }
+        blCancelSent = true;
+        bar.Finish();
+        ClientOutput::Print("Cancelling; waiting for the run to end...");
+        host.Send("CanCelBackUp", {});
+    });
+
+    ClientOutput::Print("Backing up " + ClientSetup::DataPath() + " into " + qstrFolder);
+    QVariantMap qmapResult;
+    host.WaitForAnswer(host.Send("BackUp", {{"BackUpPath", qstrFolder}}), qmapResult, -1);
+    bar.Finish();
+
+    const bool blSucceeded = qmapResult.value("__result__").toString() == "success" &&
+                             qmapResult.value("TaskResult", -1).toInt() == 0;
+    if (blSucceeded) {
+        const QString qstrArchive = qmapResult.value("BackUpPath").toString();
+        const QFileInfo archive(qstrArchive);
+        if (qstrArchive.isEmpty() || !archive.isFile()) {
+            ClientOutput::PrintError(parser.Command(),
+                                     "the run reported success but no archive was found: " + qstrArchive);
+            return ExitCode::kFailure;
+        }
+        if (blCancelSent) {
+            ClientOutput::Print("The run had finished before the cancel reached it.");
+        }
+        ClientOutput::Print("Archive: " + archive.absoluteFilePath());
+        ClientOutput::Print("Size: " + ClientOutput::HumanSize(archive.size()));
+        return ExitCode::kSuccess;
+    }
+    if (blCancelSent) {
+        ClientOutput::PrintError(parser.Command(), "cancelled; no archive was written");
+        return ExitCode::kInterrupted;
+    }
+    const QString qstrReason = qmapResult.value("reason").toString();
+    ClientOutput::PrintError(parser.Command(),
+                             "backup failed: " +
+                                 (qstrReason.isEmpty()
+                                      ? QString("see the log ") + ClientSetup::DataPath() + "/Log/hx.log"
+                                      : qstrReason));
+    return ExitCode::kFailure;
+}
+
+} // namespace Commands
