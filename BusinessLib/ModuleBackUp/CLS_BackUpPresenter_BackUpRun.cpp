@@ -1,1 +1,249 @@
 #include "CLS_BackUpPresenter.h"
+
+#include <exception>
+#include <typeinfo>
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
+
+#include "ArchiveCheck.h"
+#include "CLS_BackUpRun.h"
+#include "CLS_DBDaoC.h"
+#include "FunctionUtil.h"
+#include "Logger.h"
+#include "Param.h"
+#include "Util.h"
+#include "ZipRules.h"
+
+namespace {
+
+// Kept free on the save folder's volume beside each source's own size.
+constexpr qint64 kReservedBytes = qint64(5) << 30;
+
+// Removes the staging folder when the run returns, on every path. An exception out of the progress
+// callback leaves the copies made so far on disk; the automatic backup's behaviour depends on that path
+// staying as it is.
+class CLS_StagingFolder
+{
+public:
+    explicit CLS_StagingFolder(const QString& _qstrPath)
+        : m_qstrPath(_qstrPath), m_iExceptions(std::uncaught_exceptions())
+    {}
+
+    ~CLS_StagingFolder()
+    {
+        if (std::uncaught_exceptions() == m_iExceptions) {
+            QDir(m_qstrPath).removeRecursively();
+        }
+    }
+
+    CLS_StagingFolder(const CLS_StagingFolder&) = delete;
+    CLS_StagingFolder& operator=(const CLS_StagingFolder&) = delete;
+
+private:
+    const QString m_qstrPath;
+    const int m_iExceptions;
+};
+
+} // namespace
+
+bool CLS_BackUpPresenter::BackUpData(const QString& _qstrSavePath, const QVariantMap& _qmapParam,
+                                     ProgressCallBack _callBack, QVariantMap& _qmapResult)
+{
+    Q_UNUSED(_qmapParam)
+    std::lock_guard<std::mutex> lock(m_mutexBackUp);
+    m_iBackUpCancel.store(0, std::memory_order_release);
+    CLS_BackUpRun run(*this, _qstrSavePath, std::move(_callBack), _qmapResult);
+    return run.Run(GetBackUpSourcePath());
+}
+
+CLS_BackUpRun::CLS_BackUpRun(CLS_BackUpPresenter& _presenter, const QString& _qstrSavePath,
+                             CLS_BackUpPresenter::ProgressCallBack _callBack, QVariantMap& _qmapResult)
+    // The presenter's own line prefix, which it keeps to itself.
+    : m_presenter(_presenter), m_strLogPrefix(std::string("[") + typeid(_presenter).name() + "]"),
+      m_qstrSavePath(_qstrSavePath),
+      m_qstrZipName("BackUp_" + QDateTime::currentDateTime().toString("yyyy_MM_dd_HH_mm")),
+      m_qstrStaging(_qstrSavePath + "/" + m_qstrZipName), m_callBack(std::move(_callBack)),
+      m_qmapResult(_qmapResult)
+{}
+
+bool CLS_BackUpRun::Run(const QVector<STRUCT_BackUpSource>& _vecSources)
+{
+    CLS_StagingFolder staging(m_qstrStaging);
+    m_qmapRecord = {{"intRate", 0}, {"strRate", CLS_BackUpPresenter::tr("lab_backuping")}};
+    if (m_callBack) {
+        m_callBack("ProcessUpdate", m_qmapRecord);
+    }
+
+    n_Step step = CopySources(_vecSources);
+    if (step == STEP_DONE) {
+        // The host's connections let go of the live database files.
+        CLS_DBDaoC::ClearPools();
+        step = PrepareDbFiles();
+    }
+    if (step == STEP_DONE) {
+        step = CheckStagedSizes();
+    }
+    if (step == STEP_DONE) {
+        m_iLastSentRate = 49;
+        m_qmapRecord["IsSend"] = true;
+        step = Report(49) == -1 ? STEP_CANCELLED : STEP_DONE;
+    }
+    if (step == STEP_CANCELLED) {
+        return Cancel();
+    }
+    return step == STEP_DONE && Pack();
+}
+
+CLS_BackUpRun::n_Step CLS_BackUpRun::CopySources(const QVector<STRUCT_BackUpSource>& _vecSources)
+{
+    const QString qstrDataPath = QString::fromStdString(Util::GetDataPath());
+    const int iCount = _vecSources.size();
+    int iDone = 0;
+    for (const STRUCT_BackUpSource& source : _vecSources) {
+        if (source.path.isEmpty() || !QFileInfo(source.path).isDir()) {
+            continue;
+        }
+        const QString qstrSource = QDir(source.path).absolutePath();
+        // Each source is measured alone; the data folder recursively although only its top level is copied.
+        const qint64 iAvailable = QStorageInfo(m_qstrSavePath).bytesAvailable();
+        const qint64 iNeeded = FunctionUtil::GetFileSize(qstrSource, source.filters, false) + kReservedBytes;
+        if (iAvailable < iNeeded) {
+            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+                << m_strLogPrefix << " DirToZip failed  qiDiskAvailableStorage is null [diskpath"
+                << m_qstrSavePath;
+            m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_disk_less");
+            return STEP_FAILED;
+        }
+        FunctionUtil::CopyFiles(qstrSource, m_qstrStaging + "/" + QDir(qstrSource).dirName(), source.filters,
+                                source.path == qstrDataPath, true, nullptr);
+
+        ++iDone;
+        const int iRate = 40 * iDone / iCount;
+        const bool blSend = iRate != m_iLastSentRate;
+        if (blSend) {
+            m_iLastSentRate = iRate;
+        }
+        m_qmapRecord["IsSend"] = blSend;
+        if (Report(iRate) == -1) {
+            return STEP_CANCELLED;
+        }
+    }
+    if (_vecSources.isEmpty()) {
+        m_qmapRecord["IsSend"] = true;
+        if (Report(40) == -1) {
+            return STEP_CANCELLED;
+        }
+    }
+    return STEP_DONE;
+}
+
+// The archive carries each database as <name>_backup.db, which the host takes up at its next start.
+CLS_BackUpRun::n_Step CLS_BackUpRun::PrepareDbFiles()
+{
+    const QDir dbDir(m_qstrStaging + "/Db");
+    if (!dbDir.exists()) {
+        return STEP_DONE;
+    }
+    const QFileInfoList lstFiles =
+        dbDir.entryInfoList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Unsorted);
+    const int iCount = lstFiles.size();
+    int iRenamed = 0;
+    for (const QFileInfo& info : lstFiles) {
+        const QString qstrBase = info.baseName();
+        const QString qstrSuffix = info.completeSuffix();
+        if (qstrBase == "HxLang" || qstrSuffix != "db") {
+            QFile::remove(info.absoluteFilePath());
+            continue;
+        }
+        if (qstrBase.endsWith("_backup")) {
+            continue;
+        }
+        const QString qstrTarget = info.absolutePath() + "/" + qstrBase + "_backup." + qstrSuffix;
+        QFile::remove(qstrTarget);
+        if (!QFile::rename(info.absoluteFilePath(), qstrTarget)) {
+            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+                << m_strLogPrefix << " BackUpData DirToZip failed  db rename faied [daname" << qstrTarget;
+            return STEP_FAILED;
+        }
+        ++iRenamed;
+        if (Report(40 + 9 * iRenamed / iCount) == -1) {
+            return STEP_CANCELLED;
+        }
+    }
+    return STEP_DONE;
+}
+
+CLS_BackUpRun::n_Step CLS_BackUpRun::CheckStagedSizes()
+{
+    for (const QFileInfo& info : FunctionUtil::GetFileList(QStringList(), m_qstrStaging, false)) {
+        if (info.size() > ZipRules::kMaxEntryBytes) {
+            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+                << m_strLogPrefix
+                << " BackUpData DirToZip failed  file too large [filepath : " << info.absoluteFilePath()
+                << "] [size : " << info.size() << "] [limit : " << ZipRules::kMaxEntryBytes << "]";
+            m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_backup_file_too_large");
+            return STEP_FAILED;
+        }
+    }
+    return STEP_DONE;
+}
+
+bool CLS_BackUpRun::Pack()
+{
+    auto packProgress = [this](int _iPercent) -> int {
+        if (!m_callBack) {
+            return 0;
+        }
+        const int iRate = 49 + _iPercent / 2;
+        const bool blSend = iRate != m_iLastSentRate;
+        if (blSend) {
+            m_iLastSentRate = iRate;
+        }
+        m_qmapRecord["IsSend"] = blSend;
+        return Report(iRate);
+    };
+    const QString qstrZipPath = QDir(m_qstrSavePath).absoluteFilePath(m_qstrZipName + ".zip");
+    if (!m_presenter.DirToZip(m_qstrStaging, m_qstrSavePath, m_qstrZipName, packProgress)) {
+        return FailPacking(qstrZipPath);
+    }
+    QString qstrDetail;
+    const n_ArchiveCheck check =
+        CheckPackedArchive(qstrZipPath, PackableEntryNames(m_qstrStaging), qstrDetail);
+    if (check != ARCHIVE_COMPLETE) {
+        HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+            << m_strLogPrefix << " BackUpData DirToZip failed  archive check failed [qstrZipName "
+            << qstrZipPath << "] " << qstrDetail;
+        m_qmapResult["reason"] = check == ARCHIVE_TOO_LARGE
+                                     ? CLS_BackUpPresenter::tr("msg_backup_too_large")
+                                     : CLS_BackUpPresenter::tr("msg_backup_check_failed");
+        return FailPacking(qstrZipPath);
+    }
+    Param::SetParam("ModuleBackUp", "BackUpPath", qstrZipPath.toUtf8().toStdString(), 1);
+    return true;
+}
+
+bool CLS_BackUpRun::Cancel()
+{
+    HX_LOG(Logger::LOG_DEBUG, m_presenter.GetModuleCode())
+        << m_strLogPrefix << "backup cancel [ qstrSavePath :" << m_qstrStaging << "]";
+    return false;
+}
+
+bool CLS_BackUpRun::FailPacking(const QString& _qstrZipPath)
+{
+    HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+        << m_strLogPrefix << " BackUpData DirToZip failed [qstrSaveSourcePath " << m_qstrStaging
+        << " ] [_qstrSavePath " << m_qstrSavePath << "] [qstrZipName " << m_qstrZipName;
+    QFile::remove(_qstrZipPath);
+    return false;
+}
+
+int CLS_BackUpRun::Report(int _iRate)
+{
+    m_qmapRecord["intRate"] = _iRate;
+    return m_callBack("ProcessUpdate", m_qmapRecord);
+}

@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""Writes the hostile archives of this folder. Each is a small, hand-laid zip file; run from this folder."""
+import struct
+import zlib
+
+
+def entry(name, data, method=8, size=None, csize=None, crc=None):
+    body = data
+    if method == 8:
+        packer = zlib.compressobj(9, zlib.DEFLATED, -15)
+        body = packer.compress(data) + packer.flush()
+    return {
+        "name": name.encode(),
+        "body": body,
+        "method": method,
+        "size": len(data) if size is None else size,
+        "csize": len(body) if csize is None else csize,
+        "crc": zlib.crc32(data) & 0xFFFFFFFF if crc is None else crc,
+    }
+
+
+def archive(entries):
+    local = b""
+    central = b""
+    for e in entries:
+        offset = len(local)
+        local += struct.pack("<IHHHHHIIIHH", 0x04034B50, 20, 0x800, e["method"], 0, 0x21,
+                             e["crc"], e["csize"] & 0xFFFFFFFF, e["size"] & 0xFFFFFFFF, len(e["name"]), 0)
+        local += e["name"] + e["body"]
+        central += struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 0x0314, 20, 0x800, e["method"], 0, 0x21,
+                               e["crc"], e["csize"] & 0xFFFFFFFF, e["size"] & 0xFFFFFFFF, len(e["name"]),
+                               0, 0, 0, 0, 0o100644 << 16, offset)
+        central += e["name"]
+    end = struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, len(entries), len(entries), len(central), len(local), 0)
+    return local + central + end
+
+
+def write(path, data):
+    with open(path, "wb") as f:
+        f.write(data)
+
+
+text = b"client configuration\n" * 40
+
+# Names that climb out of the unpack root, beside one that stays inside it.
+write("zip_slip.zip", archive([
+    entry("../slip_parent.txt", b"parent"),
+    entry("/hx_zip_slip_abs/slip.txt", b"absolute"),
+    entry("a/../../slip_climb.txt", b"climb"),
+    entry("good/ok.txt", b"kept"),
+]))
+
+# A sound archive cut off in the middle of its second entry.
+whole = archive([entry("Db/main_backup.db", text), entry("config.json", text * 3, method=0)])
+write("truncated.zip", whole[: len(whole) // 2])
+
+# One byte of a stored entry's data changed after the CRC was taken.
+flipped = bytearray(archive([entry("config.json", text, method=0)]))
+flipped[30 + len(b"config.json") + 100] ^= 0x01
+write("flipped_byte.zip", bytes(flipped))
+
+# A few hundred bytes whose directory claims 3 GiB once unpacked.
+write("claims_3gib.zip", archive([entry("huge.bin", text, size=3 << 30)]))
+
+# A compressed size of 3 GiB, on which Qt's reader loops for ever.
+write("compressed_3gib.zip", archive([entry("huge.bin", text, csize=3 << 30)]))
+
+# Deflated data that inflates to far more than the 1,000 bytes recorded for it.
+write("inflates_past_size.zip", archive([entry("zeros.bin", b"\0" * 65536, size=1000)]))
