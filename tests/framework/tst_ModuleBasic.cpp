@@ -15,7 +15,10 @@ public:
 
     CLS_PresenterBasic* GetPresenter(const QVariantMap&) override
     {
-        ++m_iPresenterAsked;
+        // The module also asks for its log lines' module code; only the pool's questions are counted.
+        if (QThread::currentThread() != QCoreApplication::instance()->thread()) {
+            ++m_iPresenterAsked;
+        }
         return m_pPresenter;
     }
     QWidget* CreateView(const QVariantMap&) override { return nullptr; }
