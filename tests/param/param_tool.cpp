@@ -1,69 +1,50 @@
-// A second process for the store's suites. Texts on the command line are hex-encoded UTF-8, so that any
+// A second process for the store's suite. Texts on the command line are hex-encoded UTF-8, so that any
 // byte reaches the store whatever the locale. The service loader also prints to standard output, so the
 // tool's own answers are lines that begin with "value=" or "wrote=".
 //   set <section> <key> <value>          exit 0 when SetParam answered 1
 //   get <section> <key> <default>        prints value=<the value, hex>
 //   fill <section> <prefix> <count>      sets <prefix><i> = <i>; the exit code counts failed writes
-//   churn <section> <key> <size>         rewrites one large value until killed, printing wrote=<n> after each
+//   churn <section> <key> <size>         rewrites "<n>:" and <size> copies of a letter chosen by n until
+//                                        killed, printing wrote=<n> after each
 #include <cstdio>
 #include <string>
 
-#include <QByteArray>
 #include <QCoreApplication>
 #include <QStringList>
 
 #include "Param.h"
 
-namespace {
-
-std::string Arg(const QStringList& _lstArgs, int _iIndex)
-{
-    const QByteArray baText = QByteArray::fromHex(_lstArgs.value(_iIndex).toLatin1());
-    return std::string(baText.constData(), static_cast<size_t>(baText.size()));
-}
-
-// "<n>:" then <size> copies of one letter that depends on n: a reader can tell a whole value from a torn one.
-std::string ChurnValue(long long _llNumber, int _iSize)
-{
-    return std::to_string(_llNumber) + ":" +
-           std::string(static_cast<size_t>(_iSize), char('a' + _llNumber % 26));
-}
-
-} // namespace
-
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     const QStringList lstArgs = app.arguments();
-    const QString qstrCommand = lstArgs.value(1);
+    const QString qstrCommand = lstArgs.size() == 5 ? lstArgs.at(1) : QString();
+    const std::string strSection = QByteArray::fromHex(lstArgs.value(2).toLatin1()).toStdString();
+    const std::string strKey = QByteArray::fromHex(lstArgs.value(3).toLatin1()).toStdString();
+    const int iNumber = lstArgs.value(4).toInt();
 
-    if (qstrCommand == "set" && lstArgs.size() == 5) {
-        return Param::SetParam(Arg(lstArgs, 2), Arg(lstArgs, 3), Arg(lstArgs, 4), 1) == 1 ? 0 : 1;
+    if (qstrCommand == "set") {
+        const std::string strValue = QByteArray::fromHex(lstArgs.value(4).toLatin1()).toStdString();
+        return Param::SetParam(strSection, strKey, strValue, 1) == 1 ? 0 : 1;
     }
-    if (qstrCommand == "get" && lstArgs.size() == 5) {
-        const std::string strValue = Param::GetParam(Arg(lstArgs, 2), Arg(lstArgs, 3), Arg(lstArgs, 4));
-        const QByteArray baHex = QByteArray(strValue.data(), static_cast<int>(strValue.size())).toHex();
-        std::printf("\nvalue=%s\n", baHex.constData());
+    if (qstrCommand == "get") {
+        const std::string strDefault = QByteArray::fromHex(lstArgs.value(4).toLatin1()).toStdString();
+        const std::string strValue = Param::GetParam(strSection, strKey, strDefault);
+        std::printf("\nvalue=%s\n", QByteArray::fromStdString(strValue).toHex().constData());
         return 0;
     }
-    if (qstrCommand == "fill" && lstArgs.size() == 5) {
-        const std::string strSection = Arg(lstArgs, 2);
-        const std::string strPrefix = Arg(lstArgs, 3);
-        const int iCount = lstArgs.value(4).toInt();
+    if (qstrCommand == "fill") {
         int iFailed = 0;
-        for (int i = 0; i < iCount; ++i) {
-            if (Param::SetParam(strSection, strPrefix + std::to_string(i), std::to_string(i), 1) != 1) {
-                ++iFailed;
-            }
+        for (int i = 0; i < iNumber; ++i) {
+            iFailed += Param::SetParam(strSection, strKey + std::to_string(i), std::to_string(i), 1) != 1;
         }
         return iFailed;
     }
-    if (qstrCommand == "churn" && lstArgs.size() == 5) {
-        const std::string strSection = Arg(lstArgs, 2);
-        const std::string strKey = Arg(lstArgs, 3);
-        const int iSize = lstArgs.value(4).toInt();
+    if (qstrCommand == "churn") {
         for (long long llNumber = 1;; ++llNumber) {
-            if (Param::SetParam(strSection, strKey, ChurnValue(llNumber, iSize), 1) != 1) {
+            const std::string strValue =
+                std::to_string(llNumber) + ":" + std::string(size_t(iNumber), char('a' + llNumber % 26));
+            if (Param::SetParam(strSection, strKey, strValue, 1) != 1) {
                 return 1;
             }
             std::printf("\nwrote=%lld\n", llNumber);

@@ -1,25 +1,21 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
 
-#include <QAbstractButton>
 #include <QApplication>
 #include <QFileDialog>
-#include <QList>
 #include <QMessageBox>
-#include <QObject>
 #include <QPointer>
-#include <QPushButton>
-#include <QStringList>
 #include <QTimer>
+#include <QUuid>
 
 #include "../framework/TestSupport.h"
 #include "CLS_PresenterBasic.h"
 #include "CLS_ViewBasic.h"
 
-// One request as a view handed it to its presenter.
 struct STRUCT_SentRequest
 {
     QString qstrKey;
@@ -28,21 +24,19 @@ struct STRUCT_SentRequest
     QObject* pRequestObj = nullptr;
 };
 
-// A presenter that records every request it is handed and, unless told otherwise, queues it on the pool
-// like any presenter. Its handler answers "fail" with failure and anything else with "echo" = "value".
+// Records every request and, unless told otherwise, queues it on the pool like any presenter. Its handler
+// answers "fail" with failure and anything else with "echo" = "value".
 class CLS_RecordingPresenter : public CLS_PresenterBasic
 {
     Q_OBJECT
 
 public:
     const char* GetModuleCode() override { return "TestModule"; }
-
     int TaskHandler(const QString& _qstrKey, const QVariantMap& _qmapParam, QVariantMap& _qmapResult) override
     {
         _qmapResult.insert("echo", _qmapParam.value("value"));
         return _qstrKey == "fail" ? 0 : 1;
     }
-
     void TaskRequest(const QString& _qstrKey, const QVariantMap& _qmapParam, const QString& _qstrUUID,
                      QObject* _pRequestObj) override
     {
@@ -54,7 +48,6 @@ public:
             CLS_PresenterBasic::TaskRequest(_qstrKey, _qmapParam, _qstrUUID, _pRequestObj);
         }
     }
-
     void InitData() override {}
     void UnInitData() override {}
 
@@ -63,14 +56,12 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_lstRequests;
     }
-
     int CountRequests(const QString& _qstrKey) const
     {
-        int iCount = 0;
-        for (const STRUCT_SentRequest& request : Requests()) {
-            iCount += request.qstrKey == _qstrKey ? 1 : 0;
-        }
-        return iCount;
+        const QList<STRUCT_SentRequest> lstRequests = Requests();
+        return static_cast<int>(
+            std::count_if(lstRequests.begin(), lstRequests.end(),
+                          [&](const STRUCT_SentRequest& _request) { return _request.qstrKey == _qstrKey; }));
     }
 
     std::atomic<bool> m_blForward{true};
@@ -80,8 +71,28 @@ private:
     QList<STRUCT_SentRequest> m_lstRequests;
 };
 
-// Closes every modal dialog that opens while it lives, after recording it and letting the test act on it,
-// so that a message box or a folder dialog never blocks a test.
+// A module view bound to a test presenter instead of the module's singleton.
+template <typename T>
+class CLS_Bound : public T
+{
+public:
+    explicit CLS_Bound(CLS_PresenterBasic* _pPresenter) : m_pPresenter(_pPresenter) {}
+    CLS_PresenterBasic* GetPresenter() override { return m_pPresenter; }
+
+private:
+    CLS_PresenterBasic* m_pPresenter;
+};
+
+// The presenter's answer to a request of the view.
+inline void Answer(CLS_PresenterBasic& _presenter, QWidget* _pView, const QString& _qstrKey,
+                   QVariantMap _qmapResult)
+{
+    _qmapResult.insert("__object__", QVariant::fromValue(static_cast<void*>(_pView)));
+    Q_EMIT _presenter.SignTaskResult(_qstrKey, _qmapResult, QUuid::createUuid().toString());
+}
+
+// Records and closes every modal dialog that opens while it lives, so that none blocks a test; a folder
+// dialog is first handed to m_onFileDialog, if set.
 class CLS_ModalCatcher : public QObject
 {
 public:
@@ -99,9 +110,7 @@ public:
     }
 
     QList<STRUCT_Box> m_lstBoxes;
-    // What to do with a folder dialog; rejected when not set.
     std::function<void(QFileDialog*)> m_onFileDialog;
-    int m_iFileDialogs = 0;
 
 private:
     void Poll()
@@ -109,24 +118,14 @@ private:
         QWidget* pModal = QApplication::activeModalWidget();
         if (auto* pBox = qobject_cast<QMessageBox*>(pModal)) {
             m_lstBoxes.append({pBox->windowTitle(), pBox->text(), pBox->standardButtons()});
-            if (QAbstractButton* pButton = pBox->defaultButton()) {
-                pButton->click();
-            } else {
-                pBox->reject();
-            }
+            pBox->reject();
         } else if (auto* pDialog = qobject_cast<QFileDialog*>(pModal)) {
-            // A dialog that stays open after the test acted on it is closed, so that the test fails, not
-            // hangs.
-            if (m_lstHandled.contains(pDialog)) {
+            // A dialog still open after the test acted on it is closed: the test then fails, not hangs.
+            if (m_lstHandled.contains(pDialog) || !m_onFileDialog) {
                 pDialog->reject();
-                return;
-            }
-            m_lstHandled.append(pDialog);
-            ++m_iFileDialogs;
-            if (m_onFileDialog) {
-                m_onFileDialog(pDialog);
             } else {
-                pDialog->reject();
+                m_lstHandled.append(pDialog);
+                m_onFileDialog(pDialog);
             }
         }
     }

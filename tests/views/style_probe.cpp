@@ -1,13 +1,9 @@
-// A second process for the style suite: the style caches live as long as a process, and the skin tree is
-// found beside the executable, so each case runs a fresh copy of this tool placed in a tree of its own.
-// Answers are lines that begin with "answer=" (hex-encoded UTF-8), since the service loader also prints.
-//   binpath                                  the application folder
-//   qsspath <folder> <file base>             "1 <path>" or "0 <path>"
-//   load <module code> <class code>          FunctionUtil::LoadStyle
-//   mini <module code> <class code>          FunctionUtil::LoadStyleMini
-//   reload <module code> <class code> <file> LoadStyle, then the file is changed on disk, then LoadStyle
-//   again
-// An optional first argument "--skin <name>" stores the skin name in the parameter store first.
+// A fresh process for the style suite: the style caches live as long as a process, and the skin tree is
+// found beside the executable. Each argument is a query with ':' between its fields, answered in order by a
+// line "answer=<hex UTF-8>", since the service loader prints too:
+//   binpath | qsspath:<folder>:<file base> | load:<module code>:<class code> | mini:<module code>:<class
+//   code> write:<file> overwrites the file with "changed {}" and answers nothing.
+// A first argument "--skin" stores the next one as the skin name in the parameter store.
 #include <cstdio>
 
 #include <QCoreApplication>
@@ -17,14 +13,10 @@
 #include "FunctionUtil.h"
 #include "Param.h"
 
-namespace {
-
-void Answer(const QString& _qstrText)
+static void Answer(const QString& _qstrText)
 {
     std::printf("\nanswer=%s\n", _qstrText.toUtf8().toHex().constData());
 }
-
-} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -36,34 +28,27 @@ int main(int argc, char* argv[])
         }
         lstArgs = lstArgs.mid(2);
     }
-    const QString qstrCommand = lstArgs.value(0);
-    if (qstrCommand == "binpath") {
-        Answer(FunctionUtil::GetBinPath());
-        return 0;
-    }
-    if (qstrCommand == "qsspath" && lstArgs.size() == 3) {
+    for (const QString& qstrQuery : lstArgs) {
+        const QStringList lstFields = qstrQuery.split(':');
+        const QString qstrCommand = lstFields.value(0);
         QString qstrPath;
-        const bool blFound = FunctionUtil::GetQssPath(lstArgs.value(1), lstArgs.value(2), qstrPath);
-        Answer(QString("%1 %2").arg(blFound ? 1 : 0).arg(qstrPath));
-        return 0;
-    }
-    if (qstrCommand == "load" && lstArgs.size() == 3) {
-        Answer(FunctionUtil::LoadStyle(lstArgs.value(1), nullptr, lstArgs.value(2)));
-        return 0;
-    }
-    if (qstrCommand == "mini" && lstArgs.size() == 3) {
-        Answer(FunctionUtil::LoadStyleMini(lstArgs.value(1), nullptr, lstArgs.value(2)));
-        return 0;
-    }
-    if (qstrCommand == "reload" && lstArgs.size() == 4) {
-        Answer(FunctionUtil::LoadStyle(lstArgs.value(1), nullptr, lstArgs.value(2)));
-        QFile file(lstArgs.value(3));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write("changed {}") < 0) {
-            return 3;
+        if (qstrCommand == "binpath") {
+            Answer(FunctionUtil::GetBinPath());
+        } else if (qstrCommand == "qsspath") {
+            const bool blFound = FunctionUtil::GetQssPath(lstFields.value(1), lstFields.value(2), qstrPath);
+            Answer(QString("%1 %2").arg(blFound ? 1 : 0).arg(qstrPath));
+        } else if (qstrCommand == "load") {
+            Answer(FunctionUtil::LoadStyle(lstFields.value(1), nullptr, lstFields.value(2)));
+        } else if (qstrCommand == "mini") {
+            Answer(FunctionUtil::LoadStyleMini(lstFields.value(1), nullptr, lstFields.value(2)));
+        } else if (qstrCommand == "write") {
+            QFile file(lstFields.value(1));
+            if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write("changed {}") < 0) {
+                return 3;
+            }
+        } else {
+            return 1;
         }
-        file.close();
-        Answer(FunctionUtil::LoadStyle(lstArgs.value(1), nullptr, lstArgs.value(2)));
-        return 0;
     }
-    return 1;
+    return 0;
 }

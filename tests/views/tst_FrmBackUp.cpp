@@ -1,24 +1,13 @@
 #include <QCheckBox>
+#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QTemporaryDir>
-#include <QUuid>
 #include <QtTest>
 
 #include "CLS_FrmBackUp.h"
 #include "CLS_LineEdit.h"
 #include "ViewTestSupport.h"
-
-// The settings form bound to a recording presenter instead of the module's.
-class CLS_TestFrmBackUp : public CLS_FrmBackUp
-{
-public:
-    explicit CLS_TestFrmBackUp(CLS_PresenterBasic* _pPresenter) : m_pPresenter(_pPresenter) {}
-    CLS_PresenterBasic* GetPresenter() override { return m_pPresenter; }
-
-private:
-    CLS_PresenterBasic* m_pPresenter;
-};
 
 class tst_FrmBackUp : public QObject
 {
@@ -30,30 +19,33 @@ private Q_SLOTS:
     void cleanup();
     void validators_data();
     void validators();
+    void firstShowLoadsTheSettingsOnce_data();
     void firstShowLoadsTheSettingsOnce();
-    void loadAnswer_data();
-    void loadAnswer();
-    void saveWithAFieldEmpty_data();
-    void saveWithAFieldEmpty();
-    void saveWithAutomaticBackupOff();
+    void save_data();
+    void save();
     void saveAnswer_data();
     void saveAnswer();
     void browse_data();
     void browse();
     void cancelCloses();
+    void placeholderStaysUntilTextIsTyped();
 
 private:
-    template <typename T>
+    template <typename T = CLS_LineEdit>
     T* Child(const char* _pName) const
     {
         return m_pForm->findChild<T*>(_pName);
     }
-    void FillFields(const QString& _qstrCount, const QString& _qstrPath, const QString& _qstrInterval);
-    void Answer(const QString& _qstrKey, QVariantMap _qmapResult);
+    void CheckOneBox(const QString& _qstrText)
+    {
+        QCOMPARE(m_pCatcher->m_lstBoxes.size(), 1);
+        QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrTitle, QString("lab_notice"));
+        QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrText, _qstrText);
+    }
 
     QTemporaryDir m_dir;
     std::unique_ptr<CLS_RecordingPresenter> m_pPresenter;
-    std::unique_ptr<CLS_TestFrmBackUp> m_pForm;
+    std::unique_ptr<CLS_Bound<CLS_FrmBackUp>> m_pForm;
     std::unique_ptr<CLS_ModalCatcher> m_pCatcher;
 };
 
@@ -61,6 +53,7 @@ void tst_FrmBackUp::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     qputenv("HX_DATA_PATH", m_dir.path().toUtf8());
+    QApplication::setCursorFlashTime(0);
 }
 
 void tst_FrmBackUp::init()
@@ -68,7 +61,7 @@ void tst_FrmBackUp::init()
     m_pPresenter = std::make_unique<CLS_RecordingPresenter>();
     m_pPresenter->m_blForward = false;
     m_pPresenter->Init();
-    m_pForm = std::make_unique<CLS_TestFrmBackUp>(m_pPresenter.get());
+    m_pForm = std::make_unique<CLS_Bound<CLS_FrmBackUp>>(m_pPresenter.get());
     m_pCatcher = std::make_unique<CLS_ModalCatcher>();
     m_pForm->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_pForm.get()));
@@ -82,67 +75,23 @@ void tst_FrmBackUp::cleanup()
     m_pPresenter.reset();
 }
 
-void tst_FrmBackUp::FillFields(const QString& _qstrCount, const QString& _qstrPath,
-                               const QString& _qstrInterval)
-{
-    Child<CLS_LineEdit>("lineEdit_SaveCount")->setText(_qstrCount);
-    Child<CLS_LineEdit>("lineEdit_SavePath")->setText(_qstrPath);
-    Child<CLS_LineEdit>("lineEdit_SaveInterval")->setText(_qstrInterval);
-}
-
-void tst_FrmBackUp::Answer(const QString& _qstrKey, QVariantMap _qmapResult)
-{
-    _qmapResult.insert("__object__", QVariant::fromValue(static_cast<void*>(m_pForm.get())));
-    Q_EMIT m_pPresenter->SignTaskResult(_qstrKey, _qmapResult, QUuid::createUuid().toString());
-}
-
 void tst_FrmBackUp::validators_data()
 {
     QTest::addColumn<QString>("qstrField");
     QTest::addColumn<QString>("qstrTyped");
     QTest::addColumn<QString>("qstrKept");
-    QTest::newRow("count 3") << "lineEdit_SaveCount"
-                             << "3"
-                             << "3";
-    QTest::newRow("count 1 and 5") << "lineEdit_SaveCount"
-                                   << "15"
-                                   << "1";
-    QTest::newRow("count 0") << "lineEdit_SaveCount"
-                             << "0"
-                             << "";
-    QTest::newRow("count 6") << "lineEdit_SaveCount"
-                             << "6"
-                             << "";
-    QTest::newRow("count 10") << "lineEdit_SaveCount"
-                              << "10"
-                              << "1";
-    QTest::newRow("count letters") << "lineEdit_SaveCount"
-                                   << "a-2"
-                                   << "2";
-    QTest::newRow("interval 9") << "lineEdit_SaveInterval"
-                                << "9"
-                                << "9";
-    QTest::newRow("interval 10") << "lineEdit_SaveInterval"
-                                 << "10"
-                                 << "10";
-    QTest::newRow("interval 15") << "lineEdit_SaveInterval"
-                                 << "15"
-                                 << "15";
-    QTest::newRow("interval 16") << "lineEdit_SaveInterval"
-                                 << "16"
-                                 << "1";
-    QTest::newRow("interval 0") << "lineEdit_SaveInterval"
-                                << "0"
-                                << "";
-    QTest::newRow("interval 99") << "lineEdit_SaveInterval"
-                                 << "99"
-                                 << "9";
-    QTest::newRow("interval 150") << "lineEdit_SaveInterval"
-                                  << "150"
-                                  << "15";
-    QTest::newRow("path takes anything") << "lineEdit_SavePath"
-                                         << "/data 1"
-                                         << "/data 1";
+    const auto row = [](const char* _pName, const char* _pField, const char* _pTyped, const char* _pKept) {
+        QTest::newRow(_pName) << QString(_pField) << QString(_pTyped) << QString(_pKept);
+    };
+    row("count 1 then 5", "lineEdit_SaveCount", "15", "1");
+    row("count 0", "lineEdit_SaveCount", "0", "");
+    row("count 6", "lineEdit_SaveCount", "6", "");
+    row("count letters", "lineEdit_SaveCount", "a-2", "2");
+    row("interval 15", "lineEdit_SaveInterval", "15", "15");
+    row("interval 16", "lineEdit_SaveInterval", "16", "1");
+    row("interval 0", "lineEdit_SaveInterval", "0", "");
+    row("interval 99", "lineEdit_SaveInterval", "99", "9");
+    row("path takes anything", "lineEdit_SavePath", "/data 1", "/data 1");
 }
 
 void tst_FrmBackUp::validators()
@@ -150,7 +99,7 @@ void tst_FrmBackUp::validators()
     QFETCH(QString, qstrField);
     QFETCH(QString, qstrTyped);
     QFETCH(QString, qstrKept);
-    auto* pEdit = m_pForm->findChild<CLS_LineEdit*>(qstrField);
+    CLS_LineEdit* pEdit = Child(qstrField.toUtf8().constData());
     QVERIFY(pEdit != nullptr);
     QCOMPARE(pEdit->contextMenuPolicy(), Qt::NoContextMenu);
     pEdit->setFocus();
@@ -158,19 +107,7 @@ void tst_FrmBackUp::validators()
     QCOMPARE(pEdit->text(), qstrKept);
 }
 
-void tst_FrmBackUp::firstShowLoadsTheSettingsOnce()
-{
-    const STRUCT_SentRequest request = m_pPresenter->Requests().first();
-    QCOMPARE(request.qstrKey, QString("LoadLastSaveSetting"));
-    QVERIFY(!QUuid(request.qstrUUID).isNull());
-    QCOMPARE(request.qmapParam.keys(), QStringList{"__object__"});
-    m_pForm->hide();
-    m_pForm->show();
-    QCOMPARE(DrainPoolTasks(m_pForm.get()), 0);
-    QCOMPARE(m_pPresenter->CountRequests("LoadLastSaveSetting"), 1);
-}
-
-void tst_FrmBackUp::loadAnswer_data()
+void tst_FrmBackUp::firstShowLoadsTheSettingsOnce_data()
 {
     const QVariantMap qmapFull{{"__result__", "success"},    {"AutoEnable", 1},
                                {"BackUpFileSavePath", "/b"}, {"BackUpCount", 4},
@@ -186,79 +123,79 @@ void tst_FrmBackUp::loadAnswer_data()
     QTest::newRow("failed") << qmapFailed << false;
 }
 
-void tst_FrmBackUp::loadAnswer()
+void tst_FrmBackUp::firstShowLoadsTheSettingsOnce()
 {
     QFETCH(QVariantMap, qmapAnswer);
     QFETCH(bool, blShown);
-    Answer("LoadLastSaveSetting", qmapAnswer);
+    const STRUCT_SentRequest request = m_pPresenter->Requests().first();
+    QCOMPARE(request.qstrKey, QString("LoadLastSaveSetting"));
+    QVERIFY(!QUuid(request.qstrUUID).isNull());
+    QCOMPARE(request.qmapParam.keys(), QStringList{"__object__"});
+    m_pForm->hide();
+    m_pForm->show();
+    QCOMPARE(DrainPoolTasks(m_pForm.get()), 0);
+    QCOMPARE(m_pPresenter->CountRequests("LoadLastSaveSetting"), 1);
+
+    Answer(*m_pPresenter, m_pForm.get(), "LoadLastSaveSetting", qmapAnswer);
+    const auto shown = [blShown](const char* _pText) { return blShown ? QString(_pText) : QString(); };
     QCOMPARE(Child<QCheckBox>("checkBox_Enable")->isChecked(), blShown);
-    QCOMPARE(Child<CLS_LineEdit>("lineEdit_SavePath")->text(), blShown ? QString("/b") : QString());
-    QCOMPARE(Child<CLS_LineEdit>("lineEdit_SavePath")->toolTip(), blShown ? QString("/b") : QString());
-    QCOMPARE(Child<CLS_LineEdit>("lineEdit_SaveCount")->text(), blShown ? QString("4") : QString());
-    QCOMPARE(Child<CLS_LineEdit>("lineEdit_SaveInterval")->text(), blShown ? QString("12") : QString());
-    QCOMPARE(Child<QLabel>("label_autobackup_time")->text(), blShown ? QString("2026-12-01") : QString());
+    QCOMPARE(Child("lineEdit_SavePath")->text(), shown("/b"));
+    QCOMPARE(Child("lineEdit_SavePath")->toolTip(), shown("/b"));
+    QCOMPARE(Child("lineEdit_SaveCount")->text(), shown("4"));
+    QCOMPARE(Child("lineEdit_SaveInterval")->text(), shown("12"));
+    QCOMPARE(Child<QLabel>("label_autobackup_time")->text(), shown("2026-12-01"));
     QVERIFY(m_pCatcher->m_lstBoxes.isEmpty());
 }
 
-void tst_FrmBackUp::saveWithAFieldEmpty_data()
+void tst_FrmBackUp::save_data()
 {
+    QTest::addColumn<bool>("blAuto");
     QTest::addColumn<QString>("qstrCount");
     QTest::addColumn<QString>("qstrPath");
     QTest::addColumn<QString>("qstrInterval");
     QTest::addColumn<QString>("qstrMessage");
-    QTest::newRow("count") << ""
-                           << "/b"
-                           << "7"
-                           << "msg_autobackup_count";
-    QTest::newRow("path") << "3"
-                          << ""
-                          << "7"
-                          << "msg_choose_backup_path";
-    QTest::newRow("interval") << "3"
-                              << "/b"
-                              << ""
-                              << "msg_choose_backup_interval";
-    QTest::newRow("all three: count first") << ""
-                                            << ""
-                                            << ""
-                                            << "msg_autobackup_count";
-    QTest::newRow("path and interval: path first") << "3"
-                                                   << ""
-                                                   << ""
-                                                   << "msg_choose_backup_path";
+    const auto row = [](const char* _pName, bool _blAuto, const char* _pCount, const char* _pPath,
+                        const char* _pInterval, const char* _pMessage) {
+        QTest::newRow(_pName) << _blAuto << QString(_pCount) << QString(_pPath) << QString(_pInterval)
+                              << QString(_pMessage);
+    };
+    row("count empty", true, "", "/b", "7", "msg_autobackup_count");
+    row("path empty", true, "3", "", "7", "msg_choose_backup_path");
+    row("interval empty", true, "3", "/b", "", "msg_choose_backup_interval");
+    row("all three empty: count first", true, "", "", "", "msg_autobackup_count");
+    row("path and interval empty: path first", true, "3", "", "", "msg_choose_backup_path");
+    row("automatic backup on", true, "3", "/b/AutoBackUp", "12", "");
+    row("automatic backup off", false, "3", "/b/AutoBackUp", "12", "");
 }
 
-void tst_FrmBackUp::saveWithAFieldEmpty()
+void tst_FrmBackUp::save()
 {
+    QFETCH(bool, blAuto);
     QFETCH(QString, qstrCount);
     QFETCH(QString, qstrPath);
     QFETCH(QString, qstrInterval);
     QFETCH(QString, qstrMessage);
-    FillFields(qstrCount, qstrPath, qstrInterval);
+    Child<QCheckBox>("checkBox_Enable")->setChecked(blAuto);
+    Child("lineEdit_SaveCount")->setText(qstrCount);
+    Child("lineEdit_SavePath")->setText(qstrPath);
+    Child("lineEdit_SaveInterval")->setText(qstrInterval);
     QTest::mouseClick(Child<QPushButton>("pushButton_Save"), Qt::LeftButton);
-    QCOMPARE(m_pCatcher->m_lstBoxes.size(), 1);
-    QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrTitle, QString("lab_notice"));
-    QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrText, qstrMessage);
-    QCOMPARE(m_pCatcher->m_lstBoxes.first().buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
-    QCOMPARE(m_pPresenter->CountRequests("SaveSettint"), 0);
-}
-
-void tst_FrmBackUp::saveWithAutomaticBackupOff()
-{
-    Child<QCheckBox>("checkBox_Enable")->setChecked(false);
-    FillFields("3", "/b/AutoBackUp", "12");
-    QTest::mouseClick(Child<QPushButton>("pushButton_Save"), Qt::LeftButton);
-
+    if (!qstrMessage.isEmpty()) {
+        CheckOneBox(qstrMessage);
+        QCOMPARE(m_pCatcher->m_lstBoxes.first().buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(m_pPresenter->CountRequests("SaveSettint"), 0);
+        return;
+    }
     QCOMPARE(m_pPresenter->CountRequests("SaveSettint"), 1);
     const STRUCT_SentRequest request = m_pPresenter->Requests().last();
     QVERIFY(!QUuid(request.qstrUUID).isNull());
-    QCOMPARE(request.qmapParam.value("AutoEnable"), QVariant(false));
-    QCOMPARE(request.qmapParam.value("BackUpFileSavePath"), QVariant(QString("/b/AutoBackUp")));
     // The presenter converts the numbers; the form sends the fields' text.
-    QCOMPARE(request.qmapParam.value("BackUpCount"), QVariant(QString("3")));
-    QCOMPARE(request.qmapParam.value("AutoBackUpInteval"), QVariant(QString("12")));
-    QCOMPARE(request.qmapParam.value("__object__").value<void*>(), static_cast<void*>(m_pForm.get()));
-    QCOMPARE(request.qmapParam.size(), 5);
+    const QVariantMap qmapExpected{{"AutoEnable", blAuto},
+                                   {"BackUpFileSavePath", qstrPath},
+                                   {"BackUpCount", qstrCount},
+                                   {"AutoBackUpInteval", qstrInterval},
+                                   {"__object__", QVariant::fromValue(static_cast<void*>(m_pForm.get()))}};
+    QCOMPARE(request.qmapParam, qmapExpected);
     QVERIFY(m_pCatcher->m_lstBoxes.isEmpty());
     QVERIFY(m_pForm->isVisible());
 }
@@ -268,14 +205,14 @@ void tst_FrmBackUp::saveAnswer_data()
     QTest::addColumn<QVariantMap>("qmapAnswer");
     QTest::addColumn<QString>("qstrMessage");
     QTest::addColumn<QString>("qstrNextTime");
+    const QString qstrSaved = "lab_save_successfully";
     QTest::newRow("saved with a new time")
-        << QVariantMap{{"__result__", "success"}, {"AutoBackUpTime", "2026-12-24"}} << "lab_save_successfully"
+        << QVariantMap{{"__result__", "success"}, {"AutoBackUpTime", "2026-12-24"}} << qstrSaved
         << "2026-12-24";
     QTest::newRow("saved, interval unchanged")
-        << QVariantMap{{"__result__", "success"}, {"AutoBackUpTime", ""}} << "lab_save_successfully"
-        << "";
-    QTest::newRow("saved without a time") << QVariantMap{{"__result__", "success"}} << "lab_save_successfully"
-                                          << "2026-12-01";
+        << QVariantMap{{"__result__", "success"}, {"AutoBackUpTime", ""}} << qstrSaved << "";
+    QTest::newRow("saved without a time")
+        << QVariantMap{{"__result__", "success"}} << qstrSaved << "2026-12-01";
     QTest::newRow("failed") << QVariantMap{{"__result__", "fail"}, {"AutoBackUpTime", "2026-12-24"}}
                             << "msg_failed_to_save"
                             << "2026-12-01";
@@ -287,10 +224,8 @@ void tst_FrmBackUp::saveAnswer()
     QFETCH(QString, qstrMessage);
     QFETCH(QString, qstrNextTime);
     Child<QLabel>("label_autobackup_time")->setText("2026-12-01");
-    Answer("SaveSettint", qmapAnswer);
-    QCOMPARE(m_pCatcher->m_lstBoxes.size(), 1);
-    QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrTitle, QString("lab_notice"));
-    QCOMPARE(m_pCatcher->m_lstBoxes.first().qstrText, qstrMessage);
+    Answer(*m_pPresenter, m_pForm.get(), "SaveSettint", qmapAnswer);
+    CheckOneBox(qstrMessage);
     QCOMPARE(Child<QLabel>("label_autobackup_time")->text(), qstrNextTime);
 }
 
@@ -307,17 +242,19 @@ void tst_FrmBackUp::browse()
     QTemporaryDir chosen;
     QVERIFY(chosen.isValid());
     const QString qstrChosen = QDir(chosen.path()).canonicalPath();
-    auto* pPath = Child<CLS_LineEdit>("lineEdit_SavePath");
+    CLS_LineEdit* pPath = Child("lineEdit_SavePath");
     pPath->setText(qstrChosen);
     QString qstrCaption;
     QString qstrStart;
+    int iDialogs = 0;
     m_pCatcher->m_onFileDialog = [&](QFileDialog* _pDialog) {
+        ++iDialogs;
         qstrCaption = _pDialog->windowTitle();
         qstrStart = _pDialog->directory().canonicalPath();
         QMetaObject::invokeMethod(_pDialog, blChoose ? "accept" : "reject");
     };
     QTest::mouseClick(Child<QPushButton>("pushButton_Browse"), Qt::LeftButton);
-    QCOMPARE(m_pCatcher->m_iFileDialogs, 1);
+    QCOMPARE(iDialogs, 1);
     QCOMPARE(qstrCaption, QString("lab_Select_folders"));
     QCOMPARE(qstrStart, qstrChosen);
     const QString qstrExpected = blChoose ? qstrChosen + "/AutoBackUp" : qstrChosen;
@@ -330,10 +267,53 @@ void tst_FrmBackUp::browse()
 
 void tst_FrmBackUp::cancelCloses()
 {
-    FillFields("3", "/b", "7");
+    Child("lineEdit_SaveCount")->setText("3");
     QTest::mouseClick(Child<QPushButton>("pushButton_Cannel"), Qt::LeftButton);
     QVERIFY(!m_pForm->isVisible());
     QCOMPARE(m_pPresenter->CountRequests("SaveSettint"), 0);
+    QVERIFY(m_pCatcher->m_lstBoxes.isEmpty());
+}
+
+// What the eye sees, as grabbed images: the placeholder stays while the field has focus, and goes once text
+// is typed.
+void tst_FrmBackUp::placeholderStaysUntilTextIsTyped()
+{
+    const auto grab = [](CLS_LineEdit& _edit) {
+        _edit.resize(240, 36);
+        _edit.show();
+        _edit.activateWindow();
+        _edit.setFocus();
+        if (!QTest::qWaitForWindowActive(&_edit)) {
+            return QImage();
+        }
+        // The first paint moves the placeholder into the edit's own member.
+        _edit.grab();
+        return _edit.grab().toImage();
+    };
+    // Pixels near the placeholder's dark grey.
+    const auto grey = [](const QImage& _image) {
+        int iCount = 0;
+        for (int i = 0; i < _image.width() * _image.height(); ++i) {
+            const QColor color = _image.pixelColor(i % _image.width(), i / _image.width());
+            iCount += qAbs(color.red() - QColor(Qt::darkGray).red()) < 24 &&
+                      qAbs(color.red() - color.green()) < 8 && qAbs(color.green() - color.blue()) < 8;
+        }
+        return iCount;
+    };
+    CLS_LineEdit placeholder;
+    placeholder.setPlaceholderText("1 to 5 archives");
+    const QImage imageShown = grab(placeholder);
+    QVERIFY(!imageShown.isNull() && placeholder.hasFocus());
+    QCOMPARE(placeholder.GetPlaceholder(), QString("1 to 5 archives"));
+    QTest::keyClicks(&placeholder, "3");
+    const QImage imageTyped = placeholder.grab().toImage();
+
+    CLS_LineEdit plain;
+    const QImage imageEmpty = grab(plain);
+    QVERIFY(!imageEmpty.isNull());
+    QVERIFY(grey(imageShown) > grey(imageEmpty) + 20);
+    QTest::keyClicks(&plain, "3");
+    QCOMPARE(imageTyped, plain.grab().toImage());
 }
 
 QTEST_MAIN(tst_FrmBackUp)

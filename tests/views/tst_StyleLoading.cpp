@@ -7,9 +7,8 @@
 
 #include "FunctionUtil.h"
 
-// Style sheets come from the skin tree beside the executable and are cached for the life of a process, so
-// every case copies the probe tool into a fresh tree (bin/ with its skin, Frameworks/ pointing at the
-// built libraries) and runs it there.
+// Each case copies the probe tool into a fresh tree (bin/ with its skin, Frameworks/ pointing at the built
+// libraries) and asks it there.
 class tst_StyleLoading : public QObject
 {
     Q_OBJECT
@@ -18,16 +17,11 @@ private Q_SLOTS:
     void init();
     void scaledVariant_data();
     void scaledVariant();
-    void moduleFolder_data();
     void moduleFolder();
-    void skinFromTheParameterStore_data();
     void skinFromTheParameterStore();
     void commonSheetsThenTheModuleSheet();
-    void missingModuleSheetLeavesTheCommonOnes();
-    void sheetsAreReadOncePerProcess_data();
     void sheetsAreReadOncePerProcess();
-    void pathArgumentsMustNotBeEmpty();
-    void binPathIsTheExecutableFolder();
+    void paths();
     void installedSkinCoversTheModuleViews();
 
 private:
@@ -47,8 +41,7 @@ void tst_StyleLoading::init()
 {
     m_root = std::make_unique<QTemporaryDir>();
     QVERIFY(m_root->isValid());
-    QVERIFY(QDir().mkpath(BinDir()));
-    QVERIFY(QDir().mkpath(m_root->path() + "/data"));
+    QVERIFY(QDir().mkpath(BinDir()) && QDir().mkpath(m_root->path() + "/data"));
     QVERIFY(QFile::copy(STYLE_PROBE_PATH, BinDir() + "/style_probe"));
     const QString qstrFrameworks =
         QDir(QCoreApplication::applicationDirPath() + "/../Frameworks").canonicalPath();
@@ -67,9 +60,8 @@ QStringList tst_StyleLoading::RunProbe(const QStringList& _lstArgs, const QStrin
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("HX_DATA_PATH", m_root->path() + "/data");
-    if (_qstrScale.isEmpty()) {
-        env.remove("QT_SCALE_FACTOR");
-    } else {
+    env.remove("QT_SCALE_FACTOR");
+    if (!_qstrScale.isEmpty()) {
         env.insert("QT_SCALE_FACTOR", _qstrScale);
     }
     QProcess process;
@@ -77,8 +69,7 @@ QStringList tst_StyleLoading::RunProbe(const QStringList& _lstArgs, const QStrin
     process.start(BinDir() + "/style_probe", _lstArgs);
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {
-        qWarning() << "style_probe" << _lstArgs << "failed:" << process.readAllStandardError();
-        return {};
+        return {"style_probe failed: " + QString::fromUtf8(process.readAllStandardError())};
     }
     QStringList lstAnswers;
     for (const QByteArray& baLine : process.readAllStandardOutput().split('\n')) {
@@ -94,24 +85,15 @@ void tst_StyleLoading::scaledVariant_data()
     QTest::addColumn<QString>("qstrScale");
     QTest::addColumn<QString>("qstrVariant");
     QTest::addColumn<QString>("qstrExpected");
-    QTest::newRow("scale 2 takes the 4K sheet") << "2"
-                                                << "_4K"
-                                                << "CLS_View_4K.qss";
-    QTest::newRow("no scale keeps the plain sheet") << ""
-                                                    << "_4K"
-                                                    << "CLS_View.qss";
-    QTest::newRow("scale 2 without a 4K sheet") << "2"
-                                                << ""
-                                                << "CLS_View.qss";
-    QTest::newRow("scale 1.5 names a 3K screen") << "1.5"
-                                                 << "_3K"
-                                                 << "CLS_View_3K.qss";
-    QTest::newRow("scale 1.5 has no 4K screen") << "1.5"
-                                                << "_4K"
-                                                << "CLS_View.qss";
-    QTest::newRow("scale 1 takes no variant") << "1"
-                                              << "_2K"
-                                              << "CLS_View.qss";
+    const auto row = [](const char* _pName, const char* _pScale, const char* _pVariant,
+                        const char* _pExpected) {
+        QTest::newRow(_pName) << QString(_pScale) << QString(_pVariant) << QString(_pExpected);
+    };
+    row("scale 2 takes the 4K sheet", "2", "_4K", "CLS_View_4K.qss");
+    row("no scale keeps the plain sheet", "", "_4K", "CLS_View.qss");
+    row("scale 2 without a 4K sheet", "2", "", "CLS_View.qss");
+    row("scale 1.5 names a 3K screen", "1.5", "_3K", "CLS_View_3K.qss");
+    row("scale 1 takes no variant", "1", "_2K", "CLS_View.qss");
 }
 
 void tst_StyleLoading::scaledVariant()
@@ -124,61 +106,33 @@ void tst_StyleLoading::scaledVariant()
     if (!qstrVariant.isEmpty()) {
         WriteFile(qstrQssDir + "/CLS_View" + qstrVariant + ".qss", "scaled {}");
     }
-    QCOMPARE(RunProbe({"qsspath", "ModuleBackUp", "CLS_View"}, qstrScale),
+    QCOMPARE(RunProbe({"qsspath:ModuleBackUp:CLS_View"}, qstrScale),
              QStringList{"1 " + qstrQssDir + "/" + qstrExpected});
 }
 
-void tst_StyleLoading::moduleFolder_data()
-{
-    QTest::addColumn<QString>("qstrModuleCode");
-    QTest::addColumn<QString>("qstrClassCode");
-    QTest::addColumn<QString>("qstrFile");
-    QTest::newRow("bare code") << "BackUp"
-                               << "CLS_View"
-                               << "ModuleBackUp/qss/CLS_View.qss";
-    QTest::newRow("module code") << "ModuleBackUp"
-                                 << "CLS_View"
-                                 << "ModuleBackUp/qss/CLS_View.qss";
-    QTest::newRow("widget library") << "WgtLoading"
-                                    << "CLS_View"
-                                    << "WgtLoading/qss/CLS_View.qss";
-    QTest::newRow("host library") << "HxClient"
-                                  << "CLS_View"
-                                  << "HxClient/qss/CLS_View.qss";
-    QTest::newRow("prefix is case-sensitive") << "wgtLoading"
-                                              << "CLS_View"
-                                              << "ModulewgtLoading/qss/CLS_View.qss";
-    QTest::newRow("no class code") << "BackUp"
-                                   << ""
-                                   << "ModuleBackUp/qss/ModuleBackUp.qss";
-}
-
+// The folder is the module code when it names a module, a widget or a host library (prefixes are
+// case-sensitive), else "Module" + the code; without a class code the file is named after the folder.
 void tst_StyleLoading::moduleFolder()
 {
-    QFETCH(QString, qstrModuleCode);
-    QFETCH(QString, qstrClassCode);
-    QFETCH(QString, qstrFile);
-    WriteFile(SkinDir() + "/" + qstrFile, "#found {}");
-    QCOMPARE(RunProbe({"mini", qstrModuleCode, qstrClassCode}), QStringList{"#found {}"});
-}
-
-void tst_StyleLoading::skinFromTheParameterStore_data()
-{
-    QTest::addColumn<QString>("qstrSkin");
-    QTest::addColumn<QString>("qstrExpected");
-    QTest::newRow("empty setting is dark") << ""
-                                           << "#dark {}";
-    QTest::newRow("named skin") << "light"
-                                << "#light {}";
+    const QStringList lstSheets{"ModuleBackUp/qss/CLS_View", "WgtLoading/qss/CLS_View",
+                                "HxClient/qss/CLS_View", "ModulewgtLoading/qss/CLS_View",
+                                "ModuleBackUp/qss/ModuleBackUp"};
+    for (const QString& qstrSheet : lstSheets) {
+        WriteFile(SkinDir() + "/" + qstrSheet + ".qss", qstrSheet.toUtf8());
+    }
+    QCOMPARE(RunProbe({"mini:BackUp:CLS_View", "mini:WgtLoading:CLS_View", "mini:HxClient:CLS_View",
+                       "mini:wgtLoading:CLS_View", "mini:BackUp:", "mini:ModuleBackUp:CLS_View",
+                       "mini:BackUp:CLS_Missing"}),
+             (lstSheets + QStringList{lstSheets.first(), ""}));
 }
 
 void tst_StyleLoading::skinFromTheParameterStore()
 {
-    QFETCH(QString, qstrSkin);
-    QFETCH(QString, qstrExpected);
     WriteFile(SkinDir("dark") + "/ModuleBackUp/qss/CLS_View.qss", "#dark {}");
     WriteFile(SkinDir("light") + "/ModuleBackUp/qss/CLS_View.qss", "#light {}");
-    QCOMPARE(RunProbe({"--skin", qstrSkin, "mini", "BackUp", "CLS_View"}), QStringList{qstrExpected});
+    QCOMPARE(RunProbe({"--skin", "light", "mini:BackUp:CLS_View"}), QStringList{"#light {}"});
+    // An empty setting is the dark skin.
+    QCOMPARE(RunProbe({"--skin", "", "mini:BackUp:CLS_View"}), QStringList{"#dark {}"});
 }
 
 void tst_StyleLoading::commonSheetsThenTheModuleSheet()
@@ -188,48 +142,35 @@ void tst_StyleLoading::commonSheetsThenTheModuleSheet()
     WriteFile(SkinDir() + "/Common/C.qss", "C {}\n");
     WriteFile(SkinDir() + "/Common/images/not-a-sheet.qss", "never {}\n");
     WriteFile(SkinDir() + "/ModuleBackUp/qss/CLS_View.qss", "#CLS_View {}\n");
-    const QString qstrExpected = "a { image: url(" + BinDir() + "/resource/skin/dark/images/x.svg); }\n" +
-                                 "b {}\nC {}\n#CLS_View {}\n";
-    QCOMPARE(RunProbe({"load", "BackUp", "CLS_View"}), QStringList{qstrExpected});
-}
-
-void tst_StyleLoading::missingModuleSheetLeavesTheCommonOnes()
-{
-    WriteFile(SkinDir() + "/Common/a.qss", "a {}\n");
-    QCOMPARE(RunProbe({"load", "BackUp", "CLS_Missing"}), QStringList{"a {}\n"});
-    QCOMPARE(RunProbe({"mini", "BackUp", "CLS_Missing"}), QStringList{""});
-}
-
-void tst_StyleLoading::sheetsAreReadOncePerProcess_data()
-{
-    QTest::addColumn<QString>("qstrChanged");
-    QTest::newRow("module sheet") << "ModuleBackUp/qss/CLS_View.qss";
-    QTest::newRow("common sheet") << "Common/a.qss";
+    const QString qstrCommon =
+        "a { image: url(" + BinDir() + "/resource/skin/dark/images/x.svg); }\nb {}\nC {}\n";
+    QCOMPARE(RunProbe({"load:BackUp:CLS_View", "load:BackUp:CLS_Missing"}),
+             (QStringList{qstrCommon + "#CLS_View {}\n", qstrCommon}));
 }
 
 void tst_StyleLoading::sheetsAreReadOncePerProcess()
 {
-    QFETCH(QString, qstrChanged);
-    WriteFile(SkinDir() + "/Common/a.qss", "a {}\n");
-    WriteFile(SkinDir() + "/ModuleBackUp/qss/CLS_View.qss", "#CLS_View {}\n");
-    const QStringList lstAnswers = RunProbe({"reload", "BackUp", "CLS_View", SkinDir() + "/" + qstrChanged});
-    QCOMPARE(lstAnswers, (QStringList{"a {}\n#CLS_View {}\n", "a {}\n#CLS_View {}\n"}));
-    // A new process reads the changed file.
-    QVERIFY(RunProbe({"load", "BackUp", "CLS_View"}).value(0).contains("changed {}"));
+    const QString qstrCommon = SkinDir() + "/Common/a.qss";
+    const QString qstrModule = SkinDir() + "/ModuleBackUp/qss/CLS_View.qss";
+    WriteFile(qstrCommon, "a {}\n");
+    WriteFile(qstrModule, "#CLS_View {}\n");
+    QCOMPARE(RunProbe({"load:BackUp:CLS_View", "write:" + qstrCommon, "write:" + qstrModule,
+                       "load:BackUp:CLS_View"}),
+             (QStringList{"a {}\n#CLS_View {}\n", "a {}\n#CLS_View {}\n"}));
+    // A new process reads the changed files.
+    QCOMPARE(RunProbe({"load:BackUp:CLS_View"}), QStringList{"changed {}changed {}"});
 }
 
-void tst_StyleLoading::pathArgumentsMustNotBeEmpty()
+void tst_StyleLoading::paths()
 {
     // Files that an unchecked empty name would find.
     WriteFile(SkinDir() + "/ModuleBackUp/qss/.qss", "{}");
     WriteFile(SkinDir() + "/qss/CLS_View.qss", "{}");
-    QCOMPARE(RunProbe({"qsspath", "", "CLS_View"}).value(0).left(2), QString("0 "));
-    QCOMPARE(RunProbe({"qsspath", "ModuleBackUp", ""}).value(0).left(2), QString("0 "));
-}
-
-void tst_StyleLoading::binPathIsTheExecutableFolder()
-{
-    QCOMPARE(RunProbe({"binpath"}), QStringList{QDir(BinDir()).canonicalPath()});
+    const QStringList lstAnswers = RunProbe({"qsspath::CLS_View", "qsspath:ModuleBackUp:", "binpath"});
+    QCOMPARE(lstAnswers.size(), 3);
+    QVERIFY2(lstAnswers.at(0).startsWith("0 ") && lstAnswers.at(1).startsWith("0 "),
+             qPrintable(lstAnswers.join('|')));
+    QCOMPARE(lstAnswers.at(2), QDir(BinDir()).canonicalPath());
 }
 
 void tst_StyleLoading::installedSkinCoversTheModuleViews()
@@ -246,8 +187,7 @@ void tst_StyleLoading::installedSkinCoversTheModuleViews()
     QVERIFY(qstrStyle.contains("#CLS_FrmBackUp"));
     QVERIFY(!qstrStyle.contains("url(./"));
     // Every image that a sheet names is installed.
-    const QRegularExpression reUrl("url\\(([^)]+)\\)");
-    auto it = reUrl.globalMatch(qstrStyle);
+    auto it = QRegularExpression("url\\(([^)]+)\\)").globalMatch(qstrStyle);
     while (it.hasNext()) {
         const QString qstrImage = it.next().captured(1);
         QVERIFY2(QFile::exists(qstrImage), qPrintable(qstrImage));

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Writes the hostile archives of this folder. Each is a small, hand-laid zip file; run from this folder."""
+import random
 import struct
 import zlib
 
@@ -67,3 +68,28 @@ write("compressed_3gib.zip", archive([entry("huge.bin", text, csize=3 << 30)]))
 
 # Deflated data that inflates to far more than the 1,000 bytes recorded for it.
 write("inflates_past_size.zip", archive([entry("zeros.bin", b"\0" * 65536, size=1000)]))
+
+one = b"one"
+
+# Two entries of one name: the reader finds the first one's data for both.
+write("same_name_twice.zip", archive([entry("same.txt", one, method=0), entry("same.txt", b"two", method=0)]))
+
+# A stored entry whose two sizes differ.
+write("stored_two_sizes.zip", archive([entry("s.txt", one, method=0, size=2)]))
+
+# A compression method the reader does not know.
+write("unknown_method.zip", archive([entry("m.txt", one, method=12)]))
+
+# A local header that names another method than the directory.
+local_method = bytearray(archive([entry("l.txt", one, method=0)]))
+local_method[8] = 8
+write("local_method.zip", bytes(local_method))
+
+# An end record whose comment would run past the end of the file.
+comment = bytearray(archive([entry("c.txt", one, method=0)]))
+comment[-2] = 5
+write("comment_past_end.zip", bytes(comment))
+
+# No archive at all.
+write("empty.zip", b"")
+write("random.zip", random.Random(7).randbytes(4096))
