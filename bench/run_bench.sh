@@ -25,7 +25,7 @@ if [ "${#need[@]}" -gt 0 ]; then
     sudo_cmd=""; [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
     $sudo_cmd apt-get update -q && DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -q "${need[@]}"
 fi
-bash "$here/scripts/setup.sh" "$here/build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+bash "$here/scripts/setup.sh" "$here/build" >/dev/null
 client="$here/build/bin/HxClient"
 
 src="$work/src"
@@ -76,6 +76,7 @@ for run in $(seq 1 "$runs"); do
     measure tar_pigz bash -c "cd '$src' && tar cf - data user | pigz > '$out/tar.tgz'"
     printf 'tar_pigz_size\t0\t0\t%s\n' "$(size_of "$out/tar.tgz")" >> "$results"
 
+    mkdir -p "$out/cp"
     measure cp_r cp -r "$src/data" "$src/user" "$out/cp/"
 done
 
@@ -91,7 +92,7 @@ zip_wall = median("zip", 1)
 print(f"input: {input_mb:.0f} MB\n")
 print("| tool | wall s (median) | input MB/s | peak RSS MB | archive MB | time vs zip | size vs zip |")
 print("|---|---|---|---|---|---|---|")
-for name, label in [("hx_backup", "HxClient backup"), ("zip", "zip -r -q"), ("tar_pigz", "tar | pigz"),
+for name, label in [("hx_backup", "HxClient backup"), ("zip", "zip -r -q"), ("tar_pigz", "tar + pigz"),
                     ("cp_r", "cp -r"), ("hx_recover", "HxClient recover"), ("unzip_cp", "unzip -q + cp -r")]:
     wall = median(name, 1)
     rss = median(name, 2) / 1024

@@ -21,6 +21,8 @@ private Q_SLOTS:
     void copyFiltersDepthAndOverwrite_data();
     void copyFiltersDepthAndOverwrite();
     void copyRefusesMissingSourceAndUncreatableTarget();
+    void copiesAreWholeWithTheirPermissions_data();
+    void copiesAreWholeWithTheirPermissions();
 
 private:
     QString Path(const QString& _qstrRelative) const { return m_pDir->path() + "/" + _qstrRelative; }
@@ -161,6 +163,41 @@ void tst_FileHelpers::copyRefusesMissingSourceAndUncreatableTarget()
     QVERIFY(WriteFile(Path("src/a.txt"), "a"));
     QVERIFY(WriteFile(Path("plain.txt"), "p"));
     QVERIFY(!FunctionUtil::CopyFiles(Path("src"), Path("plain.txt/below"), {}, false, true, nullptr));
+}
+
+void tst_FileHelpers::copiesAreWholeWithTheirPermissions_data()
+{
+    QTest::addColumn<bool>("otherVolume");
+    QTest::newRow("same volume") << false;
+    // /dev/shm is another file system, where the kernel's copy between files is refused.
+    QTest::newRow("another volume") << true;
+}
+
+void tst_FileHelpers::copiesAreWholeWithTheirPermissions()
+{
+    QFETCH(bool, otherVolume);
+    QTemporaryDir shm("/dev/shm/tst_FileHelpers-XXXXXX");
+    if (otherVolume && !shm.isValid()) {
+        QSKIP("no /dev/shm here");
+    }
+    const QString qstrTarget = otherVolume ? shm.path() + "/dst" : Path("dst");
+    QMap<QString, QByteArray> mapFiles;
+    for (const int iSize : {0, 1, (1 << 20) + 3, 3 << 20}) {
+        QByteArray qbaData(iSize, Qt::Uninitialized);
+        for (int i = 0; i < iSize; ++i) {
+            qbaData[i] = char((i * 131) ^ (i >> 9));
+        }
+        const QString qstrName = QString("sizes/f%1.bin").arg(iSize);
+        QVERIFY(WriteFile(Path("src/" + qstrName), qbaData));
+        mapFiles.insert(qstrName, qbaData);
+    }
+    QFile::setPermissions(Path("src/sizes/f1.bin"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QVERIFY(FunctionUtil::CopyFiles(Path("src/sizes"), qstrTarget, {}, false, true, nullptr));
+    QCOMPARE(QDir(qstrTarget).entryList(QDir::Files | QDir::Hidden).size(), mapFiles.size());
+    for (auto it = mapFiles.cbegin(); it != mapFiles.cend(); ++it) {
+        QCOMPARE(ReadFile(qstrTarget + "/" + it.key().mid(6)), it.value());
+    }
+    QCOMPARE(QFile::permissions(qstrTarget + "/f1.bin"), QFile::permissions(Path("src/sizes/f1.bin")));
 }
 
 QTEST_GUILESS_MAIN(tst_FileHelpers)
