@@ -1,14 +1,10 @@
 #include "CLS_BaseContract.h"
 
-CLS_BasePresenterContract::CLS_BasePresenterContract(QObject* _pParent) : QObject(_pParent)
-{
-}
+CLS_BasePresenterContract::CLS_BasePresenterContract(QObject* _pParent) : QObject(_pParent) {}
 
 CLS_BasePresenterContract::~CLS_BasePresenterContract() = default;
 
-CLS_BaseViewContract::CLS_BaseViewContract(QWidget* _pParent) : CLS_CommonViewBase(_pParent)
-{
-}
+CLS_BaseViewContract::CLS_BaseViewContract(QWidget* _pParent) : CLS_CommonViewBase(_pParent) {}
 
 CLS_BaseViewContract::~CLS_BaseViewContract() = default;
 

@@ -9,9 +9,7 @@
 #include "TaskPool.h"
 #include "Util.h"
 
-CLS_ModuleBasic::CLS_ModuleBasic(QObject* _pParent) : QObject(_pParent)
-{
-}
+CLS_ModuleBasic::CLS_ModuleBasic(QObject* _pParent) : QObject(_pParent) {}
 
 CLS_ModuleBasic::~CLS_ModuleBasic()
 {
@@ -21,7 +19,8 @@ CLS_ModuleBasic::~CLS_ModuleBasic()
 
 void CLS_ModuleBasic::RemoveQueuedTasks()
 {
-    auto pRemove = Util::FunctionCast<TaskPool::PFN_RemoveTmpTask>(TaskPool::GetModuleFun("RemoveTmpTask", ""));
+    auto pRemove =
+        Util::FunctionCast<TaskPool::PFN_RemoveTmpTask>(TaskPool::GetModuleFun("RemoveTmpTask", ""));
     if (pRemove != nullptr) {
         pRemove(this, HX_CALL_SITE(39, "~CLS_ModuleBasic"));
     }
@@ -68,8 +67,8 @@ void CLS_ModuleBasic::TaskRequest(const QString& _qstrBusinessKey, const QVarian
 {
     try {
         HX_LOG_AT(Logger::LOG_DEBUG, GetModuleCode(), 217)
-            << "_qstrBusinessKey:[" << _qstrBusinessKey << "] _qmapParam:[" << QVariantMap2strString(_qmapParam)
-            << "] _qstrBusinessUUID:[" << _qstrBusinessUUID << "]";
+            << "_qstrBusinessKey:[" << _qstrBusinessKey << "] _qmapParam:["
+            << QVariantMap2strString(_qmapParam) << "] _qstrBusinessUUID:[" << _qstrBusinessUUID << "]";
         QMutexLocker locker(&m_mutex);
         // Copies: the caller's objects may be gone when the task runs.
         std::function<void()> task = [this, qmapParam = _qmapParam, qstrKey = _qstrBusinessKey,
@@ -81,8 +80,9 @@ void CLS_ModuleBasic::TaskRequest(const QString& _qstrBusinessKey, const QVarian
             QVariantMap qmapResult;
             const int iRet = pPresenter->TaskHandler(qstrKey, qmapParam, qmapResult);
             HX_LOG_AT(Logger::LOG_INFO, GetModuleCode(), 228)
-                << "handle " << (iRet != 0) << " key:[" << qstrKey << "] param:[" << QVariantMap2strString(qmapParam)
-                << "] result:[" << QVariantMap2strString(qmapResult) << "]";
+                << "handle " << (iRet != 0) << " key:[" << qstrKey << "] param:["
+                << QVariantMap2strString(qmapParam) << "] result:[" << QVariantMap2strString(qmapResult)
+                << "]";
             if (iRet == 0) {
                 qmapResult.insert("__result__", "fail");
                 HX_LOG_AT(Logger::LOG_ERROR, GetModuleCode(), 238)

@@ -31,9 +31,7 @@ std::string DescribeRequestObject(const QObject* _pRequestObj)
 
 } // namespace
 
-CLS_PresenterBasic::CLS_PresenterBasic(QObject* _pParent) : QObject(_pParent)
-{
-}
+CLS_PresenterBasic::CLS_PresenterBasic(QObject* _pParent) : QObject(_pParent) {}
 
 CLS_PresenterBasic::~CLS_PresenterBasic()
 {
@@ -123,9 +121,7 @@ void CLS_PresenterBasic::SendTaskNotify(const QString& _qstrBusinessKey, const Q
     Q_EMIT SignTaskResult(_qstrBusinessKey, _qmapParam, "__notify__");
 }
 
-void CLS_PresenterBasic::LoopTask()
-{
-}
+void CLS_PresenterBasic::LoopTask() {}
 
 int CLS_PresenterBasic::GetLoopInterval()
 {
@@ -179,8 +175,9 @@ void CLS_PresenterBasic::TaskRequestHandler(const QString& _qstrBusinessKey, con
         }
         if (iRet == 0) {
             HX_LOG_AT(Logger::LOG_ERROR, GetModuleCode(), 402)
-                << LogPrefix() << "key:[" << _qstrBusinessKey << "] param:[" << QVariantMap2strString(_qmapParam)
-                << "] UUID:[" << _qstrBusinessUUID << "] result:[" << QVariantMap2strString(qmapResult) << "]";
+                << LogPrefix() << "key:[" << _qstrBusinessKey << "] param:["
+                << QVariantMap2strString(_qmapParam) << "] UUID:[" << _qstrBusinessUUID << "] result:["
+                << QVariantMap2strString(qmapResult) << "]";
             qmapResult.insert("__result__", "fail");
         } else {
             qmapResult.insert("__result__", "success");
@@ -193,8 +190,8 @@ void CLS_PresenterBasic::TaskRequestHandler(const QString& _qstrBusinessKey, con
             << _qstrBusinessUUID << "] _pRequestObj:[" << DescribeRequestObject(_pRequestObj) << "] ";
     } catch (...) {
         HX_LOG(Logger::LOG_ERROR, GetModuleCode())
-            << LogPrefix() << "Request Fail" << _qstrBusinessKey << ":[" << _qstrBusinessKey << "] _qmapParam:["
-            << QVariantMap2strString(_qmapParam) << "] _qstrBusinessUUID:[" << _qstrBusinessUUID
-            << "] _pRequestObj:[" << DescribeRequestObject(_pRequestObj) << "] ";
+            << LogPrefix() << "Request Fail" << _qstrBusinessKey << ":[" << _qstrBusinessKey
+            << "] _qmapParam:[" << QVariantMap2strString(_qmapParam) << "] _qstrBusinessUUID:["
+            << _qstrBusinessUUID << "] _pRequestObj:[" << DescribeRequestObject(_pRequestObj) << "] ";
     }
 }

@@ -13,8 +13,8 @@ QString GetNewGUID()
 
 std::string MakeCallSite(const char* _pFile, int _iLine, const char* _pFunction, const std::string& _strClass)
 {
-    std::string strText = std::string("{\"file\": \"") + (_pFile != nullptr ? _pFile : "") + "\",\"line\": \"" +
-                          std::to_string(_iLine);
+    std::string strText = std::string("{\"file\": \"") + (_pFile != nullptr ? _pFile : "") +
+                          "\",\"line\": \"" + std::to_string(_iLine);
     if (!_strClass.empty()) {
         strText += "\",\"class\": \"" + _strClass;
     }

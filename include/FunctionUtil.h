@@ -20,7 +20,8 @@ QString GetNewGUID();
 
 // The one-line JSON text that names the caller of a task-pool function:
 // {"file": "<path>","line": "<n>", "function": "<name>"}, with a class member before function when given.
-std::string MakeCallSite(const char* _pFile, int _iLine, const char* _pFunction, const std::string& _strClass = "");
+std::string MakeCallSite(const char* _pFile, int _iLine, const char* _pFunction,
+                         const std::string& _strClass = "");
 
 // Files of a folder. A pattern "*.suffix" matches a file when the pattern ends with the file's suffix;
 // an empty pattern list matches every file. Sub-folders are entered unless _blTopLevelOnly.

@@ -32,7 +32,8 @@ bool CopyBytes(int _iIn, int _iOut, off_t _iSize)
         if (errno == EINTR) {
             continue;
         }
-        if (iLeft != _iSize || (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)) {
+        if (iLeft != _iSize ||
+            (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)) {
             return false;
         }
         break; // not offered between these files: copy through a buffer instead
@@ -53,7 +54,8 @@ bool CopyBytes(int _iIn, int _iOut, off_t _iSize)
             return false;
         }
         for (ssize_t iWritten = 0; iWritten < iRead;) {
-            const ssize_t iNow = write(_iOut, vecBuffer.data() + iWritten, static_cast<size_t>(iRead - iWritten));
+            const ssize_t iNow =
+                write(_iOut, vecBuffer.data() + iWritten, static_cast<size_t>(iRead - iWritten));
             if (iNow < 0 && errno != EINTR) {
                 return false;
             }

@@ -13,10 +13,10 @@ void* GetModuleFun(const std::string& _strFunName, const std::string& _strDir)
 
 LogMessageStream::LogMessageStream(const char* _pFile, const char* _pModuleCode, const char* _pFunction,
                                    int _iLine, int _iLevel)
-    : m_strFile(_pFile != nullptr ? _pFile : ""), m_strModuleCode(_pModuleCode != nullptr ? _pModuleCode : ""),
+    : m_strFile(_pFile != nullptr ? _pFile : ""),
+      m_strModuleCode(_pModuleCode != nullptr ? _pModuleCode : ""),
       m_strFunction(_pFunction != nullptr ? _pFunction : ""), m_iLine(_iLine), m_iLevel(_iLevel)
-{
-}
+{}
 
 LogMessageStream::~LogMessageStream()
 {

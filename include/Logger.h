@@ -71,7 +71,7 @@ inline std::ostream& operator<<(std::ostream& _os, const QByteArray& _qba)
 }
 
 // A log line at the current source line, or at a line fixed by the host's log tools.
-#define HX_LOG(level, moduleCode)                                                                          \
+#define HX_LOG(level, moduleCode)                                                                            \
     Logger::LogMessageStream(Logger::SourceFileName(__FILE__), (moduleCode), __func__, __LINE__, (level))
-#define HX_LOG_AT(level, moduleCode, line)                                                                 \
+#define HX_LOG_AT(level, moduleCode, line)                                                                   \
     Logger::LogMessageStream(Logger::SourceFileName(__FILE__), (moduleCode), __func__, (line), (level))

@@ -11,7 +11,8 @@ void* GetModuleFun(const std::string& _strFunName, const std::string& _strDir)
     return functions.GetModuleFun(_strFunName, _strDir);
 }
 
-std::string GetParam(const std::string& _strSection, const std::string& _strKey, const std::string& _strDefault)
+std::string GetParam(const std::string& _strSection, const std::string& _strKey,
+                     const std::string& _strDefault)
 {
     auto pFun = Util::FunctionCast<PFN_GetParam>(GetModuleFun("GetParam", ""));
     return pFun != nullptr ? pFun(_strSection, _strKey, _strDefault) : _strDefault;

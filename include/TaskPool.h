@@ -9,7 +9,8 @@ namespace TaskPool {
 
 // Functions of the host's task pool. Every call names its caller with a call-site text.
 // 1 when queued; 0 for an empty task or a pool that is shutting down.
-using PFN_AddTmpTask = int (*)(std::function<void()> _task, QObject* _pOwner, const std::string& _strCallSite);
+using PFN_AddTmpTask = int (*)(std::function<void()> _task, QObject* _pOwner,
+                               const std::string& _strCallSite);
 // Drops the owner's queued tasks and waits for its running ones; returns how many were dropped.
 using PFN_RemoveTmpTask = int (*)(QObject* _pOwner, const std::string& _strCallSite);
 // Runs the task every interval; fills an empty key with a new one. 1 when added.

@@ -145,10 +145,10 @@ std::string LibraryFileName(const std::string& _strBaseName)
 #endif
 }
 
-CLS_ServiceFunctions::CLS_ServiceFunctions(std::string _strLibraryBaseName, std::list<std::string> _lstFunNames)
+CLS_ServiceFunctions::CLS_ServiceFunctions(std::string _strLibraryBaseName,
+                                           std::list<std::string> _lstFunNames)
     : m_strLibraryFile(LibraryFileName(_strLibraryBaseName)), m_lstFunNames(std::move(_lstFunNames))
-{
-}
+{}
 
 void* CLS_ServiceFunctions::GetModuleFun(const std::string& _strFunName, const std::string& _strDir)
 {
@@ -164,8 +164,7 @@ void* CLS_ServiceFunctions::GetModuleFun(const std::string& _strFunName, const s
 
 CLS_OnDemandFunctions::CLS_OnDemandFunctions(std::string _strLibraryBaseName)
     : m_strLibraryFile(LibraryFileName(_strLibraryBaseName))
-{
-}
+{}
 
 void* CLS_OnDemandFunctions::GetFunction(const std::string& _strFunName, const std::string& _strFolder)
 {
@@ -173,7 +172,8 @@ void* CLS_OnDemandFunctions::GetFunction(const std::string& _strFunName, const s
     auto it = m_mapFuns.find(_strFunName);
     if (it == m_mapFuns.end()) {
         // An empty folder leaves the search to the dynamic loader: the library is opened by bare name.
-        const std::string strPath = _strFolder.empty() ? m_strLibraryFile : _strFolder + "/" + m_strLibraryFile;
+        const std::string strPath =
+            _strFolder.empty() ? m_strLibraryFile : _strFolder + "/" + m_strLibraryFile;
         it = m_mapFuns.emplace(_strFunName, GetDllFunction(strPath, _strFunName)).first;
     }
     return it->second;

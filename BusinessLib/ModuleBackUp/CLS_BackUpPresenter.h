@@ -20,8 +20,7 @@ struct STRUCT_BackUpSource
 {
     STRUCT_BackUpSource(const QString& _qstrPath = QString(), const QStringList& _lstFilters = QStringList())
         : path(_qstrPath), filters(_lstFilters)
-    {
-    }
+    {}
 
     QString path;
     QStringList filters;
@@ -70,8 +69,8 @@ public:
     bool BackUpData(const QString& _qstrSavePath, const QVariantMap& _qmapParam, ProgressCallBack _callBack,
                     QVariantMap& _qmapResult);
     bool RecoverData(const QString& _qstrFilePath);
-    bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination, const QString& _qstrZipName,
-                  ZipProgress _progress);
+    bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
+                  const QString& _qstrZipName, ZipProgress _progress);
     bool DirToZipWriter(QZipWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
                         ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);

@@ -22,9 +22,7 @@ QWidget* CreateViewOfType(const QString& _qstrViewType)
 
 } // namespace
 
-CLS_ModuleBackUp::CLS_ModuleBackUp(QObject* _pParent) : CLS_ModuleBasic(_pParent)
-{
-}
+CLS_ModuleBackUp::CLS_ModuleBackUp(QObject* _pParent) : CLS_ModuleBasic(_pParent) {}
 
 CLS_ModuleBackUp::~CLS_ModuleBackUp()
 {
@@ -40,8 +38,9 @@ CLS_PresenterBasic* CLS_ModuleBackUp::GetPresenter(const QVariantMap& _qmapParam
 
 QWidget* CLS_ModuleBackUp::CreateView(const QVariantMap& _qmapParam)
 {
-    const QString qstrViewType =
-        _qmapParam.contains("ViewType") ? _qmapParam.value("ViewType", "default").toString() : QString("default");
+    const QString qstrViewType = _qmapParam.contains("ViewType")
+                                     ? _qmapParam.value("ViewType", "default").toString()
+                                     : QString("default");
     QWidget* pView = CreateViewOfType(qstrViewType);
     if (pView != nullptr && _qmapParam.contains("ParentObject")) {
         QWidget* pParent = _qmapParam.value("ParentObject").value<QWidget*>();

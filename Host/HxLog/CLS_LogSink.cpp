@@ -93,8 +93,8 @@ void CLS_LogSink::Write(int _iLevel, const char* _pModuleCode, const char* _pFil
     std::ostringstream line;
     line << QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss.zzz").toStdString() << " ["
          << LevelName(_iLevel) << "] [" << std::this_thread::get_id() << "] " << strModule << ' '
-         << (_pFile != nullptr ? _pFile : "") << ':' << _iLine << ' ' << (_pFunction != nullptr ? _pFunction : "")
-         << " - " << _strMessage << '\n';
+         << (_pFile != nullptr ? _pFile : "") << ':' << _iLine << ' '
+         << (_pFunction != nullptr ? _pFunction : "") << " - " << _strMessage << '\n';
     const std::string strLine = line.str();
 
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -2,9 +2,7 @@
 
 #include <QFile>
 
-CLS_CommonViewBase::CLS_CommonViewBase(QWidget* _pParent) : QDialog(_pParent)
-{
-}
+CLS_CommonViewBase::CLS_CommonViewBase(QWidget* _pParent) : QDialog(_pParent) {}
 
 CLS_CommonViewBase::~CLS_CommonViewBase() = default;
 

@@ -20,7 +20,8 @@ CLS_DBDao::CLS_DBDao(const QString& _qstrDbName, n_DBType _iDbType)
         return;
     }
     if (_iDbType != DB_TYPE_SQLITE) {
-        HX_LOG(Logger::LOG_WARN, kLogContext) << "_iDbType:[" << static_cast<int>(_iDbType) << "] not implemented";
+        HX_LOG(Logger::LOG_WARN, kLogContext)
+            << "_iDbType:[" << static_cast<int>(_iDbType) << "] not implemented";
         return;
     }
     m_pDbManagerBase = pCreate(_qstrDbName, _iDbType);
@@ -33,8 +34,9 @@ CLS_DBDao::~CLS_DBDao()
     }
 }
 
-Common::STRUCT_DbResult CLS_DBDao::Select(DbRows& _vecRows, const QString& _qstrTable, const CLS_SqlFilter& _filter,
-                                          const Common::CLS_Page& _page, QVector<Common::CLS_SortInfo> _vecSort)
+Common::STRUCT_DbResult CLS_DBDao::Select(DbRows& _vecRows, const QString& _qstrTable,
+                                          const CLS_SqlFilter& _filter, const Common::CLS_Page& _page,
+                                          QVector<Common::CLS_SortInfo> _vecSort)
 {
     if (m_pDbManagerBase == nullptr) {
         Common::STRUCT_DbResult result{-1, "CLS_DBDao::Select m_pDbManagerBase == nullptr", {}};

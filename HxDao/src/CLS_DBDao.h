@@ -20,8 +20,9 @@ public:
     CLS_DBDao(const CLS_DBDao&) = delete;
     CLS_DBDao& operator=(const CLS_DBDao&) = delete;
 
-    virtual Common::STRUCT_DbResult Select(DbRows& _vecRows, const QString& _qstrTable, const CLS_SqlFilter& _filter,
-                                           const Common::CLS_Page& _page, QVector<Common::CLS_SortInfo> _vecSort);
+    virtual Common::STRUCT_DbResult Select(DbRows& _vecRows, const QString& _qstrTable,
+                                           const CLS_SqlFilter& _filter, const Common::CLS_Page& _page,
+                                           QVector<Common::CLS_SortInfo> _vecSort);
     virtual Common::STRUCT_DbResult RollbackTransaction();
 
 private:

@@ -18,8 +18,7 @@ class CLS_Page
 public:
     CLS_Page(int _iPageIndex = -1, int _iPageSize = -1, int _iTotalRows = -1, bool _blAllRows = true)
         : iPageIndex(_iPageIndex), iPageSize(_iPageSize), iTotalRows(_iTotalRows), blAllRows(_blAllRows)
-    {
-    }
+    {}
 
     int iPageIndex; // 0-based
     int iPageSize;

@@ -314,8 +314,8 @@ void tst_HostData::signalHubCarriesRecordTypes()
     QSignalSpy quit(pHub, SIGNAL(SignQuit(n_QuitFlag, QVariantMap)));
     QVERIFY(quit.isValid());
     const QVariantMap qmapParam{{"reason", "test"}};
-    QVERIFY(QMetaObject::invokeMethod(pHub, "SignQuit", Qt::QueuedConnection, Q_ARG(n_QuitFlag, QUIT_FLAG_RESTART),
-                                      Q_ARG(QVariantMap, qmapParam)));
+    QVERIFY(QMetaObject::invokeMethod(pHub, "SignQuit", Qt::QueuedConnection,
+                                      Q_ARG(n_QuitFlag, QUIT_FLAG_RESTART), Q_ARG(QVariantMap, qmapParam)));
     QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, 5000);
     QCOMPARE(quit.first().at(0).value<n_QuitFlag>(), QUIT_FLAG_RESTART);
 }

@@ -20,7 +20,8 @@ void tst_FunctionUtil::callSiteText_data()
     QTest::addColumn<QString>("className");
     QTest::addColumn<QString>("expected");
     QTest::newRow("request dispatch")
-        << QString() << R"({"file": "/src/include/CLS_ModuleBasic.cpp","line": "244", "function": "TaskRequest"})";
+        << QString()
+        << R"({"file": "/src/include/CLS_ModuleBasic.cpp","line": "244", "function": "TaskRequest"})";
     QTest::newRow("periodic task with its class")
         << "19CLS_BackUpPresenter"
         << R"({"file": "/src/include/CLS_ModuleBasic.cpp","line": "244","class": "19CLS_BackUpPresenter", "function": "TaskRequest"})";
@@ -30,8 +31,8 @@ void tst_FunctionUtil::callSiteText()
 {
     QFETCH(QString, className);
     QFETCH(QString, expected);
-    const std::string strText = FunctionUtil::MakeCallSite("/src/include/CLS_ModuleBasic.cpp", 244, "TaskRequest",
-                                                           className.toStdString());
+    const std::string strText = FunctionUtil::MakeCallSite("/src/include/CLS_ModuleBasic.cpp", 244,
+                                                           "TaskRequest", className.toStdString());
     QCOMPARE(QString::fromStdString(strText), expected);
     // The host's tools read it as JSON.
     QJsonParseError error;

@@ -53,7 +53,8 @@ void tst_ModuleBasic::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     qputenv("HX_DATA_PATH", m_dir.path().toUtf8());
-    QVERIFY2(PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr, "the task pool library is missing");
+    QVERIFY2(PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr,
+             "the task pool library is missing");
 }
 
 void tst_ModuleBasic::init()
@@ -73,9 +74,12 @@ void tst_ModuleBasic::answersCarryTheResultWord_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("success") << "ok" << "success";
-    QTest::newRow("failure") << "fail" << "fail";
-    QTest::newRow("handler's own word is overwritten") << "bogus" << "success";
+    QTest::newRow("success") << "ok"
+                             << "success";
+    QTest::newRow("failure") << "fail"
+                             << "fail";
+    QTest::newRow("handler's own word is overwritten") << "bogus"
+                                                       << "success";
 }
 
 void tst_ModuleBasic::answersCarryTheResultWord()
@@ -84,7 +88,8 @@ void tst_ModuleBasic::answersCarryTheResultWord()
     QFETCH(QString, expected);
     QSignalSpy answers(m_pModule, &CLS_ModuleBasic::SignHandlerRsulted);
     int iObject = 0;
-    const QVariantMap params{{"value", "v"}, {"__object__", QVariant::fromValue(static_cast<void*>(&iObject))}};
+    const QVariantMap params{{"value", "v"},
+                             {"__object__", QVariant::fromValue(static_cast<void*>(&iObject))}};
     m_pModule->TaskRequest(key, params, "uuid-" + key);
     QTRY_COMPARE_WITH_TIMEOUT(answers.count(), 1, 5000);
     QCOMPARE(answers.first().at(0).toString(), key);
@@ -94,7 +99,8 @@ void tst_ModuleBasic::answersCarryTheResultWord()
     QVERIFY2(!result.contains("__object__"), "the module path does not hand the object back");
     QCOMPARE(result.value("echo").toString(), expected == "success" ? QString("v") : QString());
 
-    QCOMPARE(CountLogLines(m_dir.path(), QString("CLS_ModuleBasic.cpp:217 TaskRequest - _qstrBusinessKey:[%1]").arg(key)),
+    QCOMPARE(CountLogLines(m_dir.path(),
+                           QString("CLS_ModuleBasic.cpp:217 TaskRequest - _qstrBusinessKey:[%1]").arg(key)),
              1);
     QCOMPARE(CountLogLines(m_dir.path(), QString("CLS_ModuleBasic.cpp:228 operator() - handle %1 key:[%2]")
                                              .arg(expected == "success" ? 1 : 0)
@@ -146,7 +152,8 @@ void tst_ModuleBasic::initAndUnInitReachThePresenterEachTime()
     m_pModule->InitModule({{"second", 2}});
     QCOMPARE(m_pPresenter->m_iInitData.load(), 2);
     QCOMPARE(m_pPresenter->GetParam(), (QVariantMap{{"second", 2}}));
-    QVERIFY(CountLogLines(m_dir.path(), "CLS_ModuleBasic.cpp:120 InitModule - run function _qmapParam - [{") == 2);
+    QVERIFY(CountLogLines(m_dir.path(),
+                          "CLS_ModuleBasic.cpp:120 InitModule - run function _qmapParam - [{") == 2);
 
     m_pModule->UnInitModule({{"third", 3}});
     QCOMPARE(m_pPresenter->IsInit(), 0);

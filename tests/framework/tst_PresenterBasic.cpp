@@ -16,7 +16,8 @@ bool LetSomeIntervalsPass(int _iIntervalMs)
     std::string strKey;
     auto pAdd = PoolFunction<TaskPool::PFN_AddLoopTask>("AddLoopTask");
     auto pRemove = PoolFunction<TaskPool::PFN_RemoveTask>("RemoveTask");
-    if (pAdd == nullptr || pRemove == nullptr || pAdd([&iRuns] { ++iRuns; }, _iIntervalMs, strKey, "probe") != 1) {
+    if (pAdd == nullptr || pRemove == nullptr ||
+        pAdd([&iRuns] { ++iRuns; }, _iIntervalMs, strKey, "probe") != 1) {
         return false;
     }
     QElapsedTimer timer;
@@ -65,7 +66,8 @@ void tst_PresenterBasic::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     qputenv("HX_DATA_PATH", m_dir.path().toUtf8());
-    QVERIFY2(PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr, "the task pool library is missing");
+    QVERIFY2(PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr,
+             "the task pool library is missing");
 }
 
 void tst_PresenterBasic::init()
@@ -105,7 +107,8 @@ void tst_PresenterBasic::initThatThrowsIsLoggedAndLeavesThePresenterDown()
     QCOMPARE(m_pPresenter->IsInit(), 0);
     QCOMPARE(initEd.count(), 0);
     QCOMPARE(CountLogLines(m_dir.path(), "Init Fail"), 1);
-    QCOMPARE(CountLogLines(m_dir.path(), "CLS_PresenterBasic.cpp:119 Init - [17CLS_TestPresenter]Init Fail"), 1);
+    QCOMPARE(CountLogLines(m_dir.path(), "CLS_PresenterBasic.cpp:119 Init - [17CLS_TestPresenter]Init Fail"),
+             1);
     QVERIFY(LetSomeIntervalsPass(20));
     QCOMPARE(m_pPresenter->m_iLoopRuns.load(), 0);
 }
@@ -151,8 +154,8 @@ void tst_PresenterBasic::throwingLoopTaskKeepsRunning()
     m_pPresenter->UnInit();
     const int iFails = CountLogLines(m_dir.path(), "LoopTask Fail") - iFailsBefore;
     QVERIFY2(iFails >= 3, qPrintable(QString::number(iFails)));
-    QVERIFY(CountLogLines(m_dir.path(), "CLS_PresenterBasic.cpp:190 operator() - [17CLS_TestPresenter]LoopTask Fail") >=
-            3);
+    QVERIFY(CountLogLines(m_dir.path(),
+                          "CLS_PresenterBasic.cpp:190 operator() - [17CLS_TestPresenter]LoopTask Fail") >= 3);
 }
 
 void tst_PresenterBasic::answersCarryTheReservedWords_data()

@@ -71,9 +71,12 @@ void tst_Logger::lineCarriesItsSourceAndText_data()
     QTest::addColumn<int>("level");
     QTest::addColumn<QString>("levelName");
     QTest::addColumn<QString>("message");
-    QTest::newRow("entry line") << 0 << "DEBUG" << "run function _qmapParam - [{}]";
-    QTest::newRow("note") << 1 << "INFO" << "handle 1 key:[LoadLastSaveSetting]";
-    QTest::newRow("failure, odd spacing kept") << 2 << "WARN" << " DirToZip failed  qiDiskAvailableStorage";
+    QTest::newRow("entry line") << 0 << "DEBUG"
+                                << "run function _qmapParam - [{}]";
+    QTest::newRow("note") << 1 << "INFO"
+                          << "handle 1 key:[LoadLastSaveSetting]";
+    QTest::newRow("failure, odd spacing kept") << 2 << "WARN"
+                                               << " DirToZip failed  qiDiskAvailableStorage";
     QTest::newRow("Chinese text") << 3 << "ERROR" << QString::fromUtf8("备份失败 [路径");
 }
 
@@ -89,8 +92,8 @@ void tst_Logger::lineCarriesItsSourceAndText()
     QCOMPARE(lines.size(), 1);
     const QString qstrExpectedTail = QString("[%1] ").arg(levelName);
     QVERIFY2(lines.first().contains(qstrExpectedTail), qPrintable(lines.first()));
-    QVERIFY2(lines.first().contains(QString(" ModuleBackUp tst_Logger.cpp:%1 lineCarriesItsSourceAndText - ")
-                                        .arg(iLine)),
+    QVERIFY2(lines.first().contains(
+                 QString(" ModuleBackUp tst_Logger.cpp:%1 lineCarriesItsSourceAndText - ").arg(iLine)),
              qPrintable(lines.first()));
     QVERIFY2(lines.first().endsWith(" - " + message), qPrintable(lines.first()));
 }

@@ -1,10 +1,10 @@
 #include <QtTest>
 
 #include "CLS_DBDao.h"
-#include "CLS_ModuleBasic.h"
-#include "CLS_TestPresenter.h"
 #include "CLS_DBDaoC.h"
+#include "CLS_ModuleBasic.h"
 #include "CLS_StreamCapture.h"
+#include "CLS_TestPresenter.h"
 #include "HxAppManager.h"
 #include "Logger.h"
 #include "Param.h"
@@ -48,8 +48,8 @@ void tst_MissingServices::everyFacadeAnswersNeutrallyAndEachLibraryIsReportedOnc
         DbRows rows;
         CLS_SqlFilter filter;
         filter.Equal("s_sub_type", "downpath");
-        const Common::STRUCT_DbResult result = dao.Select(rows, "tab_config_user_personaladmin", filter,
-                                                          Common::CLS_Page(-1, -1, -1, true), {});
+        const Common::STRUCT_DbResult result =
+            dao.Select(rows, "tab_config_user_personaladmin", filter, Common::CLS_Page(-1, -1, -1, true), {});
         QCOMPARE(result.iCode, -1);
         QCOMPARE(result.qstrMessage, QString("CLS_DBDao::Select m_pDbManagerBase == nullptr"));
         QVERIFY(result.qmapInfo.isEmpty());

@@ -20,7 +20,8 @@ int Call(void* _pFun)
 int CountLines(const std::string& _strText, const std::string& _strNeedle)
 {
     int iCount = 0;
-    for (auto pos = _strText.find(_strNeedle); pos != std::string::npos; pos = _strText.find(_strNeedle, pos + 1)) {
+    for (auto pos = _strText.find(_strNeedle); pos != std::string::npos;
+         pos = _strText.find(_strNeedle, pos + 1)) {
         ++iCount;
     }
     return iCount;
@@ -135,7 +136,8 @@ void tst_ServiceLoader::dataPath_data()
     QVERIFY(pPw != nullptr);
     const QString qstrDefault = QString::fromUtf8(pPw->pw_dir) + "/Library/Application Support/" +
                                 QCoreApplication::applicationName();
-    QTest::newRow("override is taken as it is") << QByteArray("/tmp/some where/") << QString("/tmp/some where/");
+    QTest::newRow("override is taken as it is")
+        << QByteArray("/tmp/some where/") << QString("/tmp/some where/");
     QTest::newRow("empty override is ignored") << QByteArray("") << qstrDefault;
 }
 

@@ -18,9 +18,9 @@ struct STRUCT_searchResult
 {
     QString qstrUserId;
     QString qstrUserName;
-    QString qstrTime;        // "yyyy-MM-dd hh:mm:ss"
+    QString qstrTime; // "yyyy-MM-dd hh:mm:ss"
     QString qstrDescription;
-    int iType = 0;           // the writer's own kind of entry, e.g. automatic (0) or manual (1) backup
+    int iType = 0; // the writer's own kind of entry, e.g. automatic (0) or manual (1) backup
 };
 
 enum n_QuitFlag
