@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include "TaskPool.h"
 #include "Util.h"
@@ -30,4 +31,14 @@ template <typename F>
 F PoolFunction(const char* _pName)
 {
     return Util::FunctionCast<F>(TaskPool::GetModuleFun(_pName, ""));
+}
+
+// Points the services at a data folder of the suite's own; false when the folder or the pool is missing.
+inline bool UseDataFolderWithPool(const QTemporaryDir& _dir)
+{
+    if (!_dir.isValid()) {
+        return false;
+    }
+    qputenv("HX_DATA_PATH", _dir.path().toUtf8());
+    return PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr;
 }

@@ -51,10 +51,7 @@ private:
 
 void tst_ModuleBasic::initTestCase()
 {
-    QVERIFY(m_dir.isValid());
-    qputenv("HX_DATA_PATH", m_dir.path().toUtf8());
-    QVERIFY2(PoolFunction<TaskPool::PFN_AddTmpTask>("AddTmpTask") != nullptr,
-             "the task pool library is missing");
+    QVERIFY2(UseDataFolderWithPool(m_dir), "no data folder, or the task pool library is missing");
 }
 
 void tst_ModuleBasic::init()
