@@ -4,8 +4,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <private/qzipreader_p.h>
-#include <private/qzipwriter_p.h>
 
+#include "CLS_ZipStreamWriter.h"
 #include "FunctionUtil.h"
 #include "Logger.h"
 #include "ZipRules.h"
@@ -26,25 +26,32 @@ bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString
         return false;
     }
     const QString qstrZipPath = destination.absolutePath() + "/" + _qstrZipName + ".zip";
-    QZipWriter writer(qstrZipPath, QIODevice::WriteOnly | QIODevice::Truncate);
+    CLS_ZipStreamWriter writer(qstrZipPath);
     const QString qstrSource = QFileInfo(_qstrSourcePath).absoluteFilePath();
-    const bool blDone = DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress));
-    writer.close();
-    if (writer.status() != QZipWriter::NoError) {
+    const bool blDone =
+        writer.IsOpen() && DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress));
+    if (!writer.Close()) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
-            << LogPrefix() << " DirToZip failed write failed [_qstrZipName " << qstrZipPath << "] [status "
-            << static_cast<int>(writer.status()) << "]";
+            << LogPrefix() << " DirToZip failed write failed [_qstrZipName " << qstrZipPath << "] "
+            << writer.ErrorText();
         return false;
     }
     return blDone;
 }
 
-bool CLS_BackUpPresenter::DirToZipWriter(QZipWriter& _writer, const QString& _qstrCurrentPath,
+bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath,
                                          const QString& _qstrBasePath, ZipProgress _progress)
 {
     const QList<QFileInfo> lstFiles = FunctionUtil::GetFileList(QStringList(), _qstrCurrentPath, false);
     if (lstFiles.isEmpty()) {
         return true;
+    }
+    // Deflating runs ahead on other cores while earlier files are written.
+    for (const QFileInfo& info : lstFiles) {
+        if (!info.isDir() && !ZipRules::IsStoredName(info.fileName()) &&
+            info.size() <= ZipRules::kMaxEntryBytes) {
+            _writer.AnnounceDeflated(info.filePath());
+        }
     }
     const int iTotal = lstFiles.size();
     int iAdded = 0;
@@ -56,24 +63,28 @@ bool CLS_BackUpPresenter::DirToZipWriter(QZipWriter& _writer, const QString& _qs
         if (!file.open(QIODevice::ReadOnly)) {
             continue;
         }
-        const QString qstrEntry = ZipRules::EntryName(info.filePath(), _qstrBasePath);
         const qint64 iSize = file.size();
+        file.close();
         if (iSize > ZipRules::kMaxEntryBytes) {
             HX_LOG(Logger::LOG_WARN, GetModuleCode())
                 << LogPrefix() << "DirToZipWriter skipped file too large [ " << info.filePath() << " : "
                 << iSize << "]";
             continue;
         }
-        const QByteArray qbaData = file.readAll();
-        file.close();
-        if (qbaData.size() != iSize) {
+        const QString qstrEntry = ZipRules::EntryName(info.filePath(), _qstrBasePath);
+        QString qstrError;
+        const CLS_ZipStreamWriter::n_AddResult result =
+            _writer.AddFile(qstrEntry, info.filePath(), !ZipRules::IsStoredName(qstrEntry), qstrError);
+        if (result == CLS_ZipStreamWriter::ADD_WRITE_FAILED) {
+            // Nothing more can be added; DirToZip reports why.
+            return false;
+        }
+        if (result == CLS_ZipStreamWriter::ADD_READ_FAILED) {
             HX_LOG(Logger::LOG_WARN, GetModuleCode())
-                << LogPrefix() << "DirToZipWriter skipped file read failed [ " << info.filePath() << "]";
+                << LogPrefix() << "DirToZipWriter skipped file read failed [ " << info.filePath() << "] "
+                << qstrError;
             continue;
         }
-        _writer.setCompressionPolicy(ZipRules::IsStoredName(qstrEntry) ? QZipWriter::NeverCompress
-                                                                       : QZipWriter::AlwaysCompress);
-        _writer.addFile(qstrEntry, qbaData);
         if (_progress) {
             ++iAdded;
             if (_progress(iAdded * 100 / iTotal) == -1) {
