@@ -6,8 +6,8 @@
 // What the backup archives may hold, given what Qt's zip classes can read back.
 namespace ZipRules {
 
-// Largest file packed or unpacked: every entry passes whole through one QByteArray, and a file of 2 GiB
-// reads back as empty while the writer reports no error. 2 GiB - 1 MiB was measured to round-trip.
+// Largest file packed or unpacked. Our own code streams any size, but Qt's reader, which every backup must
+// stay readable by, reads a file of 2 GiB back as empty; 2 GiB - 1 MiB was measured to round-trip.
 constexpr qint64 kMaxEntryBytes = (qint64(2) << 30) - (qint64(1) << 20);
 // The reader keeps archive offsets in an int: it lists nothing in a larger archive.
 constexpr qint64 kMaxArchiveBytes = 0x7fffffff;

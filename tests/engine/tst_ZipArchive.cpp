@@ -57,6 +57,10 @@ private Q_SLOTS:
     void hostileArchives_data();
     void hostileArchives();
     void linksInsideTheRootAreNotFollowed();
+    void damagedDataFailsWhateverTheTarget_data();
+    void damagedDataFailsWhateverTheTarget();
+    void qtArchivesUnpackWhole();
+    void writeFailureLeavesNoPartialFile();
     void mutatedArchivesStayInsideTheRoot();
 
 private:
@@ -299,6 +303,17 @@ void tst_ZipArchive::hostileArchives_data()
     for (const auto& refused : lstRefused) {
         QTest::newRow(qPrintable(refused.first)) << refused.first << false << QStringList() << refused.second;
     }
+    // Behind a sound entry; the failing entry's file is removed however much of it was written.
+    const QList<QPair<QString, QString>> lstRefusedLater{
+        {"inflates_one_past", "[big.db] compressed data does not inflate to the recorded 3145728 bytes"},
+        {"inflates_one_short", "[big.db] compressed data does not inflate to the recorded 3145730 bytes"},
+        {"trailing_bytes", "[t.txt] compressed data does not inflate to the recorded 840 bytes"},
+        {"stream_cut_short", "[c.bin] compressed data does not inflate to the recorded 3145729 bytes"},
+        {"deflated_bad_crc", "[big.db] CRC-32 check failed: 3145729 bytes read, 3145729 recorded"}};
+    for (const auto& refused : lstRefusedLater) {
+        QTest::newRow(qPrintable(refused.first))
+            << refused.first << false << QStringList{"kept.txt"} << "ZipToDir failed entry " + refused.second;
+    }
     // The reader finds the first entry's data under the second one's name too.
     QTest::newRow("same_name_twice") << "same_name_twice" << false << QStringList{"same.txt"}
                                      << "CRC-32 check failed";
@@ -335,6 +350,80 @@ void tst_ZipArchive::linksInsideTheRootAreNotFollowed()
     QVERIFY(!QFileInfo::exists(Path("box/d1/x.txt")));
     QCOMPARE(LogCount("ZipToDir passed over entry [sub/x.txt]"), 1);
     QCOMPARE(LogCount("ZipToDir passed over entry [top.txt] target is a symbolic link"), 1);
+}
+
+void tst_ZipArchive::damagedDataFailsWhateverTheTarget_data()
+{
+    QTest::addColumn<QString>("inTheWay");
+    QTest::addColumn<QStringList>("files");
+    QTest::newRow("nothing") << "" << QStringList();
+    QTest::newRow("an older file") << "file" << QStringList();
+    QTest::newRow("a link that is passed over") << "link" << QStringList{"config.json"};
+}
+
+void tst_ZipArchive::damagedDataFailsWhateverTheTarget()
+{
+    QFETCH(QString, inTheWay);
+    QFETCH(QStringList, files);
+    QVERIFY(QFile::copy(QFINDTESTDATA("data/flipped_byte.zip"), Work("f.zip")));
+    if (inTheWay == "file") {
+        QVERIFY(WriteFile(Work("f/config.json"), "older"));
+    } else if (inTheWay == "link") {
+        QVERIFY(QDir().mkpath(Work("f")));
+        QVERIFY(QFile::link(Path("box/sentinel.txt"), Work("f/config.json")));
+    }
+    QVERIFY(!UnpackInSandbox("f"));
+    QCOMPARE(Snapshot(Work("f")).keys(), files);
+    QCOMPARE(
+        LogCount("ZipToDir failed entry [config.json] CRC-32 check failed: 840 bytes read, 840 recorded"), 1);
+}
+
+void tst_ZipArchive::qtArchivesUnpackWhole()
+{
+    // Sizes around the read block; random data deflates to stored blocks.
+    const QList<QPair<QString, QByteArray>> lstFiles{
+        {"empty.txt", QByteArray()},
+        {"one.txt", "1"},
+        {"Db/block.db", QByteArray(1 << 20, 'b')},
+        {"Db/rows.db", QByteArray("row of a table\n").repeated(300000)},
+        {"FacePicture/noise.jpg", RandomBytes((1 << 20) + 1, 3)},
+        {"noise.bin", RandomBytes(3 << 20, 5)}};
+    {
+        QZipWriter writer(Work("qt.zip"));
+        for (const QString& qstrPolicy : QStringList{"stored", "deflated"}) {
+            writer.setCompressionPolicy(qstrPolicy == "stored" ? QZipWriter::NeverCompress
+                                                               : QZipWriter::AlwaysCompress);
+            for (const auto& file : lstFiles) {
+                writer.addFile(qstrPolicy + "/" + file.first, file.second);
+                QVERIFY(WriteFile(Path("S/" + qstrPolicy + "/" + file.first), file.second));
+            }
+        }
+    }
+    CLS_ZipDirectory directory;
+    QVERIFY(directory.Read(Work("qt.zip")));
+    QCOMPARE(directory.Entries().first().iMethod, quint16(0));
+    QCOMPARE(directory.Entries().last().iMethod, quint16(8));
+    QVERIFY(UnpackInSandbox("qt"));
+    QCOMPARE(Snapshot(Work("qt")), Snapshot(Path("S")));
+}
+
+void tst_ZipArchive::writeFailureLeavesNoPartialFile()
+{
+    CLS_SmallVolume volume(Path("small"));
+    if (!volume.IsMounted()) {
+        QSKIP("a small tmpfs cannot be mounted here (needs root and mount rights)");
+    }
+    // 80 MB of zeros deflate to little and do not fit on the 64 MB volume.
+    {
+        QZipWriter writer(Path("full.zip"));
+        writer.setCompressionPolicy(QZipWriter::AlwaysCompress);
+        writer.addFile("small.txt", "fits");
+        writer.addFile("zeros.bin", QByteArray(80 << 20, '\0'));
+        writer.addFile("later.txt", "never reached");
+    }
+    QVERIFY(!Presenter()->ZipToDir(Path("full.zip"), Path("small")));
+    QCOMPARE(Snapshot(Path("small/full")).keys(), QStringList{"small.txt"});
+    QCOMPARE(LogCount("ZipToDir failed entry [zeros.bin] write failed: "), 1);
 }
 
 void tst_ZipArchive::mutatedArchivesStayInsideTheRoot()

@@ -69,6 +69,30 @@ write("compressed_3gib.zip", archive([entry("huge.bin", text, csize=3 << 30)]))
 # Deflated data that inflates to far more than the 1,000 bytes recorded for it.
 write("inflates_past_size.zip", archive([entry("zeros.bin", b"\0" * 65536, size=1000)]))
 
+# Deflated data of 3 MiB and one byte, recorded as 3 MiB: whole blocks are written before the last byte
+# shows, behind an entry that is sound.
+kept = entry("kept.txt", b"kept")
+big = (text * ((3 << 20) // len(text) + 1))[: (3 << 20) + 1]
+write("inflates_one_past.zip", archive([kept, entry("big.db", big, size=3 << 20)]))
+
+# The same data recorded one byte longer than it inflates to.
+write("inflates_one_short.zip", archive([kept, entry("big.db", big, size=len(big) + 1)]))
+
+# Bytes after the end of the deflate stream, counted in the compressed size.
+trailing = entry("t.txt", text)
+trailing["body"] += b"JUNK"
+trailing["csize"] += 4
+write("trailing_bytes.zip", archive([kept, trailing]))
+
+# A deflate stream cut short, with the compressed size cut to match.
+cut = entry("c.bin", big)
+cut["body"] = cut["body"][: len(cut["body"]) // 2]
+cut["csize"] = len(cut["body"])
+write("stream_cut_short.zip", archive([kept, cut]))
+
+# Deflated data that inflates to its recorded size, with one bit of its recorded CRC-32 changed.
+write("deflated_bad_crc.zip", archive([kept, entry("big.db", big, crc=(zlib.crc32(big) ^ 1) & 0xFFFFFFFF)]))
+
 one = b"one"
 
 # Two entries of one name: the reader finds the first one's data for both.
