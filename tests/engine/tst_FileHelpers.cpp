@@ -1,6 +1,8 @@
 #include <memory>
+#include <stdexcept>
 
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include "EngineTestSupport.h"
@@ -23,9 +25,13 @@ private Q_SLOTS:
     void copyRefusesMissingSourceAndUncreatableTarget();
     void copiesAreWholeWithTheirPermissions_data();
     void copiesAreWholeWithTheirPermissions();
+    void copyManyFilesOnWorkers_data();
+    void copyManyFilesOnWorkers();
+    void copyStopsCleanlyWhenProgressThrows();
 
 private:
     QString Path(const QString& _qstrRelative) const { return m_pDir->path() + "/" + _qstrRelative; }
+    QMap<QString, QByteArray> MakeManyFiles(int _iCount);
 
     std::unique_ptr<QTemporaryDir> m_pDir;
 };
@@ -102,25 +108,29 @@ void tst_FileHelpers::listing()
 void tst_FileHelpers::copyProgress_data()
 {
     QTest::addColumn<int>("fileCount");
+    QTest::addColumn<QStringList>("filters");
     QTest::addColumn<QList<int>>("expected");
-    QTest::newRow("three") << 3 << QList<int>{33, 66, 100};
-    QTest::newRow("four") << 4 << QList<int>{25, 50, 75, 100};
+    QTest::newRow("three") << 3 << QStringList() << QList<int>{33, 66, 100};
+    QTest::newRow("four") << 4 << QStringList() << QList<int>{25, 50, 75, 100};
+    QTest::newRow("three listed twice count six")
+        << 3 << QStringList{"*.txt", "x.txt"} << QList<int>{16, 33, 50, 66, 83, 100};
     QList<int> lstEach;
     for (int i = 1; i <= 100; ++i) {
         lstEach << i;
     }
-    QTest::newRow("three hundred, each value once") << 300 << lstEach;
+    QTest::newRow("three hundred, each value once") << 300 << QStringList() << lstEach;
 }
 
 void tst_FileHelpers::copyProgress()
 {
     QFETCH(int, fileCount);
+    QFETCH(QStringList, filters);
     QFETCH(QList<int>, expected);
     for (int i = 0; i < fileCount; ++i) {
         QVERIFY(WriteFile(Path(QString("src/d%1/f%2.txt").arg(i % 7).arg(i)), QByteArray::number(i)));
     }
     QList<int> lstSeen;
-    QVERIFY(FunctionUtil::CopyFiles(Path("src"), Path("dst/deeper"), {}, false, false,
+    QVERIFY(FunctionUtil::CopyFiles(Path("src"), Path("dst/deeper"), filters, false, false,
                                     [&lstSeen](int _iPercent) { lstSeen << _iPercent; }));
     QCOMPARE(lstSeen, expected);
     QCOMPARE(Snapshot(Path("dst/deeper")), Snapshot(Path("src")));
@@ -198,6 +208,125 @@ void tst_FileHelpers::copiesAreWholeWithTheirPermissions()
         QCOMPARE(ReadFile(qstrTarget + "/" + it.key().mid(6)), it.value());
     }
     QCOMPARE(QFile::permissions(qstrTarget + "/f1.bin"), QFile::permissions(Path("src/sizes/f1.bin")));
+}
+
+// Small files of many sizes in a few folders, every other one a .json, and a few of several hundred KiB.
+QMap<QString, QByteArray> tst_FileHelpers::MakeManyFiles(int _iCount)
+{
+    QMap<QString, QByteArray> mapFiles;
+    for (int i = 0; i < _iCount; ++i) {
+        const int iSize = i % 500 == 7 ? 300000 + i : (i * 37) % 5000;
+        QByteArray qbaData(iSize, Qt::Uninitialized);
+        for (int j = 0; j < iSize; ++j) {
+            qbaData[j] = char(i + j * 7);
+        }
+        const QString qstrName = QString("d%1/f%2.%3").arg(i % 23).arg(i).arg(i % 2 ? "json" : "txt");
+        mapFiles.insert(qstrName, qbaData);
+        if (!WriteFile(Path("src/" + qstrName), qbaData)) {
+            return {};
+        }
+    }
+    return mapFiles;
+}
+
+static int ThreadCount()
+{
+    for (const QByteArray& qbaLine : ReadFile("/proc/self/status").split('\n')) {
+        if (qbaLine.startsWith("Threads:")) {
+            return qbaLine.mid(8).trimmed().toInt();
+        }
+    }
+    return -1;
+}
+
+void tst_FileHelpers::copyManyFilesOnWorkers_data()
+{
+    QTest::addColumn<QStringList>("filters");
+    QTest::addColumn<bool>("overwrite");
+    QTest::newRow("an older copy replaced") << QStringList() << true;
+    QTest::newRow("an older copy kept") << QStringList() << false;
+    // Each .json is listed twice, so each is copied twice and counts twice.
+    QTest::newRow("listed twice, older copy replaced") << QStringList{"*.json", "x.json"} << true;
+    QTest::newRow("listed twice, older copy kept") << QStringList{"*.json", "x.json"} << false;
+}
+
+void tst_FileHelpers::copyManyFilesOnWorkers()
+{
+    QFETCH(QStringList, filters);
+    QFETCH(bool, overwrite);
+    const QMap<QString, QByteArray> mapSource = MakeManyFiles(2000);
+    QVERIFY(!mapSource.isEmpty());
+    QMap<QString, QByteArray> mapExpected;
+    int iIndex = 0;
+    for (auto it = mapSource.cbegin(); it != mapSource.cend(); ++it, ++iIndex) {
+        const bool blListed = filters.isEmpty() || it.key().endsWith(".json");
+        if (iIndex % 3 == 0) {
+            QVERIFY(WriteFile(Path("dst/" + it.key()), "older " + it.key().toUtf8()));
+            mapExpected.insert(it.key(), "older " + it.key().toUtf8());
+        }
+        if (blListed && (overwrite || !mapExpected.contains(it.key()))) {
+            mapExpected.insert(it.key(), it.value());
+        }
+        if (mapExpected.contains(it.key())) {
+            mapExpected.insert(it.key().section('/', 0, 0) + "/", QByteArray());
+        }
+    }
+    const int iThreadsBefore = ThreadCount();
+
+    QList<int> lstSeen;
+    bool blAllOnCaller = true;
+    QThread* pCaller = QThread::currentThread();
+    QVERIFY(FunctionUtil::CopyFiles(Path("src"), Path("dst"), filters, false, overwrite,
+                                    [&lstSeen, &blAllOnCaller, pCaller](int _iPercent) {
+                                        lstSeen << _iPercent;
+                                        blAllOnCaller = blAllOnCaller && QThread::currentThread() == pCaller;
+                                    }));
+
+    // At least a hundred listed files: every percentage once, in order.
+    QList<int> lstEach;
+    for (int i = 1; i <= 100; ++i) {
+        lstEach << i;
+    }
+    QCOMPARE(lstSeen, lstEach);
+    QVERIFY(blAllOnCaller);
+    // Compared whole, so a leftover temporary file would show as well.
+    QCOMPARE(Snapshot(Path("dst")), mapExpected);
+    QTRY_COMPARE_WITH_TIMEOUT(ThreadCount(), iThreadsBefore, 5000);
+}
+
+void tst_FileHelpers::copyStopsCleanlyWhenProgressThrows()
+{
+    const QMap<QString, QByteArray> mapSource = MakeManyFiles(600);
+    QVERIFY(!mapSource.isEmpty());
+    const int iThreadsBefore = ThreadCount();
+    bool blThrown = false;
+    try {
+        FunctionUtil::CopyFiles(Path("src"), Path("dst"), {}, false, false, [](int _iPercent) {
+            if (_iPercent == 10) {
+                throw std::runtime_error("stop");
+            }
+        });
+    } catch (const std::runtime_error&) {
+        blThrown = true;
+    }
+    QVERIFY(blThrown);
+    QTRY_COMPARE_WITH_TIMEOUT(ThreadCount(), iThreadsBefore, 5000);
+    // The ten percent reported were copied whole, and so is whatever the workers finished after.
+    int iCopied = 0;
+    for (auto it = mapSource.cbegin(); it != mapSource.cend(); ++it) {
+        if (QFileInfo::exists(Path("dst/" + it.key()))) {
+            QCOMPARE(ReadFile(Path("dst/" + it.key())), it.value());
+            ++iCopied;
+        }
+    }
+    QVERIFY(iCopied >= 60);
+    QStringList lstStray;
+    for (const QString& qstrName : Snapshot(Path("dst")).keys()) {
+        if (!qstrName.endsWith('/') && !mapSource.contains(qstrName)) {
+            lstStray << qstrName;
+        }
+    }
+    QCOMPARE(lstStray, QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_FileHelpers)
