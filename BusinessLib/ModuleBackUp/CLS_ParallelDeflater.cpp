@@ -61,6 +61,7 @@ struct CLS_ParallelDeflater::STRUCT_File
     int iFd = -1;
     std::vector<STRUCT_Chunk> vecChunks;
     int iNextChunk = 0; // the next one to hand to a worker
+    int iConsumed = 0;  // chunks the caller has taken
     int iRunning = 0;   // chunks being deflated; the descriptor stays open meanwhile
 
     void CloseWhenIdle()
@@ -74,11 +75,10 @@ struct CLS_ParallelDeflater::STRUCT_File
 };
 
 CLS_ParallelDeflater::CLS_ParallelDeflater(int _iThreads, int _iLevel, qint64 _iBudgetBytes)
-    : m_iLevel(_iLevel), m_iBudgetBytes(_iBudgetBytes)
+    : m_iLevel(_iLevel), m_iThreads(std::max(1, _iThreads)), m_iBudgetBytes(_iBudgetBytes)
 {
-    const int iThreads = std::max(1, _iThreads);
-    m_vecThreads.reserve(static_cast<size_t>(iThreads));
-    for (int i = 0; i < iThreads; ++i) {
+    m_vecThreads.reserve(static_cast<size_t>(m_iThreads));
+    for (int i = 0; i < m_iThreads; ++i) {
         m_vecThreads.emplace_back([this] { WorkerLoop(); });
     }
 }
@@ -149,6 +149,7 @@ bool CLS_ParallelDeflater::Deflate(const QString& _qstrPath, const Sink& _sink, 
             return fail(file->qstrError);
         }
         std::vector<char> vecOutput = std::move(chunk.vecOutput);
+        file->iConsumed = static_cast<int>(i) + 1;
         m_iHeldBytes -= chunk.iHeld;
         chunk.iHeld = 0;
         lock.unlock();
@@ -164,6 +165,12 @@ bool CLS_ParallelDeflater::Deflate(const QString& _qstrPath, const Sink& _sink, 
     m_deqFiles.pop_front();
     file->CloseWhenIdle();
     return true;
+}
+
+qint64 CLS_ParallelDeflater::PeakHeldBytes() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_iPeakHeldBytes;
 }
 
 void CLS_ParallelDeflater::WorkerLoop()
@@ -200,6 +207,7 @@ void CLS_ParallelDeflater::WorkerLoop()
                 chunk.vecOutput = vecOutput; // a copy of exact size: the budget counts what is really held
                 chunk.iHeld = static_cast<qint64>(chunk.vecOutput.size());
                 m_iHeldBytes += chunk.iHeld;
+                m_iPeakHeldBytes = std::max(m_iPeakHeldBytes, m_iHeldBytes);
                 chunk.iCrc = iCrc;
                 chunk.state = STRUCT_Chunk::DONE;
             } else {
@@ -234,7 +242,9 @@ bool CLS_ParallelDeflater::TakeWork(std::shared_ptr<STRUCT_File>& _file, int& _i
         if (file->blOpenFailed || file->iNextChunk == static_cast<int>(file->vecChunks.size())) {
             continue;
         }
-        if (i > 0 && m_iHeldBytes >= m_iBudgetBytes) {
+        // Over budget, only the chunks the caller needs next still start, one per worker.
+        const bool blNeededNext = i == 0 && file->iNextChunk < file->iConsumed + m_iThreads;
+        if (m_iHeldBytes >= m_iBudgetBytes && !blNeededNext) {
             return false;
         }
         _file = file;
@@ -243,6 +253,7 @@ bool CLS_ParallelDeflater::TakeWork(std::shared_ptr<STRUCT_File>& _file, int& _i
         chunk.state = STRUCT_Chunk::RUNNING;
         chunk.iHeld = chunk.iLength;
         m_iHeldBytes += chunk.iHeld;
+        m_iPeakHeldBytes = std::max(m_iPeakHeldBytes, m_iHeldBytes);
         ++file->iRunning;
         return true;
     }

@@ -16,7 +16,8 @@ struct z_stream_s;
 // Deflates whole files into raw deflate streams on worker threads, in independent chunks that share a
 // 32 KiB dictionary with their predecessor, so one large file keeps every core busy and compresses almost
 // as well as in one piece. Files announced ahead are deflated while the caller is still busy with earlier
-// ones, within a memory budget; the caller takes each file's stream in order.
+// ones, within a memory budget that a large file cannot overrun either; the caller takes each file's
+// stream in order.
 class CLS_ParallelDeflater
 {
 public:
@@ -39,6 +40,9 @@ public:
     bool Deflate(const QString& _qstrPath, const Sink& _sink, quint32& _iCrc, qint64& _iSize,
                  QString& _qstrError);
 
+    // The most that deflated output and input in flight ever held at once.
+    qint64 PeakHeldBytes() const;
+
 private:
     struct STRUCT_Chunk;
     struct STRUCT_File;
@@ -51,12 +55,14 @@ private:
     void Drop(const std::shared_ptr<STRUCT_File>& _file);
 
     const int m_iLevel;
+    const int m_iThreads;
     const qint64 m_iBudgetBytes;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::condition_variable m_cvWork; // workers wait here for chunks and budget
     std::condition_variable m_cvDone; // the caller waits here for finished chunks
     std::deque<std::shared_ptr<STRUCT_File>> m_deqFiles;
     qint64 m_iHeldBytes = 0; // output waiting for the caller plus input being deflated
+    qint64 m_iPeakHeldBytes = 0;
     bool m_blStop = false;
     std::vector<std::thread> m_vecThreads;
 };

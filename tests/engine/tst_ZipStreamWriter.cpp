@@ -99,6 +99,7 @@ private slots:
     void ContentReadsBack();
     void DeflaterKeepsOrder_data();
     void DeflaterKeepsOrder();
+    void LargeFileStaysWithinBudget();
     void FailedFileLeavesNoTrace_data();
     void FailedFileLeavesNoTrace();
     void WriteErrorIsReported();
@@ -244,6 +245,39 @@ void tst_ZipStreamWriter::DeflaterKeepsOrder()
                                      uInt(qbaContent.size()))));
         QCOMPARE(Inflate(qbaStream, iSize), qbaContent);
     }
+}
+
+void tst_ZipStreamWriter::LargeFileStaysWithinBudget()
+{
+    const int iThreads = 3;
+    const qint64 iBudget = 2 * kChunk;
+    const QByteArray qbaContent = RandomBytes(24 * kChunk, 11); // deflates to about its own size
+    QVERIFY(WriteFile(Work("big"), qbaContent));
+    CLS_ParallelDeflater deflater(iThreads, 1, iBudget);
+    deflater.Announce(Work("big"));
+    quint32 iCrc = 0;
+    qint64 iSize = 0;
+    qint64 iStreamed = 0;
+    quint32 iBusyWork = 0; // the slow writer's work, kept so that it is done
+    QString qstrError;
+    QVERIFY(deflater.Deflate(
+        Work("big"),
+        [&](const char* _pData, qint64 _iSize) {
+            // A slow writer: the workers would run far ahead of it if nothing held them back.
+            for (int i = 0; i < 20; ++i) {
+                iBusyWork ^= quint32(crc32(i, reinterpret_cast<const Bytef*>(_pData), uInt(_iSize)));
+            }
+            iStreamed += _iSize;
+            return true;
+        },
+        iCrc, iSize, qstrError));
+    QCOMPARE(iSize, qint64(qbaContent.size()));
+    QCOMPARE(iCrc, quint32(crc32(0, reinterpret_cast<const Bytef*>(qbaContent.constData()),
+                                 uInt(qbaContent.size()))));
+    QVERIFY(iStreamed > qbaContent.size());
+    // Past the budget only the chunks needed next start, one per worker, each stored output a bit larger.
+    QVERIFY2(deflater.PeakHeldBytes() <= iBudget + (iThreads + 1) * (kChunk + kChunk / 100),
+             qPrintable(QString::number(deflater.PeakHeldBytes())));
 }
 
 void tst_ZipStreamWriter::FailedFileLeavesNoTrace_data()
