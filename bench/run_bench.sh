@@ -80,7 +80,8 @@ for run in $(seq 1 "$runs"); do
     measure cp_r cp -r "$src/data" "$src/user" "$out/cp/"
 done
 
-python3 - "$results" "$input_bytes" <<'PY'
+largest_bytes=$(find "$src/data" "$src/user" -type f -printf '%s\n' | sort -n | tail -1)
+python3 - "$results" "$input_bytes" "$largest_bytes" <<'PY'
 import statistics, sys
 rows = [line.rstrip("\n").split("\t") for line in open(sys.argv[1]) if line.strip()]
 input_mb = int(sys.argv[2]) / 1e6
@@ -89,7 +90,7 @@ def median(name, column):
     return statistics.median(values) if values else float("nan")
 size = {"hx_backup": median("hx_backup_size", 3), "zip": median("zip_size", 3), "tar_pigz": median("tar_pigz_size", 3)}
 zip_wall = median("zip", 1)
-print(f"input: {input_mb:.0f} MB\n")
+print(f"input: {input_mb:.0f} MB, largest file {int(sys.argv[3]) / 1e6:.0f} MB\n")
 print("| tool | wall s (median) | input MB/s | peak RSS MB | archive MB | time vs zip | size vs zip |")
 print("|---|---|---|---|---|---|---|")
 for name, label in [("hx_backup", "HxClient backup"), ("zip", "zip -r -q"), ("tar_pigz", "tar + pigz"),
@@ -100,4 +101,11 @@ for name, label in [("hx_backup", "HxClient backup"), ("zip", "zip -r -q"), ("ta
     arch_text = f"{arch / 1e6:.0f}" if arch else "-"
     ratio_size = f"{arch / size['zip']:.2f}" if arch else "-"
     print(f"| {label} | {wall:.2f} | {input_mb / wall:.0f} | {rss:.0f} | {arch_text} | {wall / zip_wall:.2f} | {ratio_size} |")
+print(f"\nrecover vs unzip -q + cp -r: {median('hx_recover', 1) / median('unzip_cp', 1):.2f}")
 PY
+
+echo
+echo "== where one backup spends its time"
+rm -rf "$out"; mkdir -p "$out/hx"
+HX_DATA_PATH="$src/data" python3 "$here/bench/profile_backup.py" "$client" "$out/hx"
+rm -rf "$out"

@@ -264,7 +264,7 @@ void tst_ZipStreamWriter::LargeFileStaysWithinBudget()
         Work("big"),
         [&](const char* _pData, qint64 _iSize) {
             // A slow writer: the workers would run far ahead of it if nothing held them back.
-            for (int i = 0; i < 20; ++i) {
+            for (int i = 0; i < 60; ++i) {
                 iBusyWork ^= quint32(crc32(i, reinterpret_cast<const Bytef*>(_pData), uInt(_iSize)));
             }
             iStreamed += _iSize;
