@@ -6,7 +6,6 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <private/qzipreader_p.h>
 #include <private/qzipwriter_p.h>
 
 #include "ArchiveCheck.h"
@@ -56,10 +55,8 @@ private Q_SLOTS:
     void archiveCheck();
     void hostileArchives_data();
     void hostileArchives();
-    void linksInsideTheRootAreNotFollowed();
-    void damagedDataFailsWhateverTheTarget_data();
-    void damagedDataFailsWhateverTheTarget();
-    void qtArchivesUnpackWhole();
+    void targetsInTheWay_data();
+    void targetsInTheWay();
     void writeFailureLeavesNoPartialFile();
     void mutatedArchivesStayInsideTheRoot();
 
@@ -121,14 +118,23 @@ bool tst_ZipArchive::UnpackInSandbox(const QString& _qstrName)
 void tst_ZipArchive::packAndUnpack()
 {
     // In listing order: oldest first, a folder's files at the place of the folder, which takes the time
-    // of its last file. Random data deflates to stored blocks.
-    QStringList lstNames{"oldest.txt", "mid/inner1.txt", "mid/inner2.txt",       ".hidden",
-                         ".cfg/a.ini", "face.jpg",       "sub/deeper/数据.json", "noise.bin"};
-    for (int i = 0; i < lstNames.size(); ++i) {
-        const QString& qstrName = lstNames[i];
-        QVERIFY(WriteFile(Path("S/" + qstrName), qstrName.endsWith(".bin")
-                                                     ? RandomBytes(70000, 11)
-                                                     : qstrName.toUtf8().repeated(500)));
+    // of its last file. Sizes lie around the unpacker's block, stored (.jpg) and deflated; random data
+    // deflates to stored blocks.
+    const QList<QPair<QString, QByteArray>> lstFiles{{"oldest.txt", "oldest"},
+                                                     {"mid/inner1.txt", QByteArray("inner1 ").repeated(500)},
+                                                     {"mid/inner2.txt", QByteArray()},
+                                                     {".hidden", "h"},
+                                                     {".cfg/a.ini", "[a]"},
+                                                     {"face.jpg", RandomBytes((1 << 20) + 1, 3)},
+                                                     {"Db/block.db", QByteArray(1 << 20, 'b')},
+                                                     {"Db/rows.db", QByteArray("row\n").repeated(1200000)},
+                                                     {"sub/deeper/数据.json", "{}"},
+                                                     {"noise.bin", RandomBytes(3 << 20, 5)}};
+    QStringList lstNames;
+    for (int i = 0; i < lstFiles.size(); ++i) {
+        const QString& qstrName = lstFiles[i].first;
+        lstNames << qstrName;
+        QVERIFY(WriteFile(Path("S/" + qstrName), lstFiles[i].second));
         QVERIFY(SetModified(Path("S/" + qstrName), 1700000000 + i));
         QVERIFY(SetModified(Path("S/" + qstrName.section('/', 0, 0)), 1700000000 + i));
     }
@@ -136,14 +142,6 @@ void tst_ZipArchive::packAndUnpack()
 
     QCOMPARE(UnzipNames(Path("out/X.zip")), lstNames);
     QVERIFY(UnzipTestPasses(Path("out/X.zip")));
-    // Qt's reader lists names without a leading "." and then finds no data under them.
-    QZipReader reader(Path("out/X.zip"));
-    QStringList lstQt;
-    for (const QZipReader::FileInfo& info : reader.fileInfoList()) {
-        lstQt << info.filePath;
-    }
-    QCOMPARE(lstQt, lstNames.replaceInStrings(QRegularExpression("^\\."), ""));
-
     QVERIFY(Presenter()->ZipToDir(Path("out/X.zip"), Path("D")));
     QCOMPARE(Snapshot(Path("D/X")), Snapshot(Path("S")));
 }
@@ -167,8 +165,7 @@ void tst_ZipArchive::progressAndCancel_data()
     QTest::addColumn<int>("answer");
     QTest::addColumn<QList<int>>("expected");
     QTest::newRow("ten files") << 10 << 0 << QList<int>{10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
-    QTest::newRow("three files, 1 goes on") << 3 << 1 << QList<int>{33, 66, 100};
-    QTest::newRow("-2 goes on") << 3 << -2 << QList<int>{33, 66, 100};
+    QTest::newRow("only -1 cancels") << 3 << -2 << QList<int>{33, 66, 100};
     QTest::newRow("-1 on the first call cancels") << 5 << -1 << QList<int>{20};
 }
 
@@ -328,83 +325,60 @@ void tst_ZipArchive::hostileArchives()
     const QString qstrFixture = QFINDTESTDATA("data/" + fixture + ".zip");
     QVERIFY(!qstrFixture.isEmpty());
     QVERIFY(QFile::copy(qstrFixture, Work(fixture + ".zip")));
-    QVERIFY(!QFileInfo::exists("/hx_zip_slip_abs"));
     QCOMPARE(UnpackInSandbox(fixture), expected);
     QCOMPARE(Snapshot(Work(fixture)).keys(), files);
     QVERIFY(!QFileInfo::exists("/hx_zip_slip_abs"));
     QVERIFY2(LogCount(logged) == 1, qPrintable(LogLines(m_pDir->path()).join('\n')));
 }
 
-void tst_ZipArchive::linksInsideTheRootAreNotFollowed()
+void tst_ZipArchive::targetsInTheWay_data()
 {
-    {
-        QZipWriter writer(Work("links.zip"));
-        writer.addFile("sub/x.txt", "from the archive");
-        writer.addFile("top.txt", "from the archive");
-    }
-    // A root left over from before, holding links that lead out of it.
-    QVERIFY(QDir().mkpath(Work("links")));
-    QVERIFY(QFile::link(Path("box/d1"), Work("links/sub")));
-    QVERIFY(QFile::link(Path("box/sentinel.txt"), Work("links/top.txt")));
-    QVERIFY(UnpackInSandbox("links"));
-    QVERIFY(!QFileInfo::exists(Path("box/d1/x.txt")));
-    QCOMPARE(LogCount("ZipToDir passed over entry [sub/x.txt]"), 1);
-    QCOMPARE(LogCount("ZipToDir passed over entry [top.txt] target is a symbolic link"), 1);
-}
-
-void tst_ZipArchive::damagedDataFailsWhateverTheTarget_data()
-{
+    QTest::addColumn<QString>("archive"); // a fixture; empty: two sound entries
     QTest::addColumn<QString>("inTheWay");
     QTest::addColumn<QStringList>("files");
-    QTest::newRow("nothing") << "" << QStringList();
-    QTest::newRow("an older file") << "file" << QStringList();
-    QTest::newRow("a link that is passed over") << "link" << QStringList{"config.json"};
+    QTest::addColumn<QStringList>("logged");
+    const QStringList lstCrc{
+        "ZipToDir failed entry [config.json] CRC-32 check failed: 840 bytes read, 840 recorded"};
+    // Damaged data fails the archive whatever stands at its target.
+    QTest::newRow("an older file") << "flipped_byte"
+                                   << "file" << QStringList() << lstCrc;
+    QTest::newRow("a link that is passed over") << "flipped_byte"
+                                                << "link" << QStringList{"config.json"} << lstCrc;
+    // A root left over from before, holding links that lead out of it: nothing is written through them.
+    QTest::newRow("links out of the root")
+        << ""
+        << "links" << QStringList{"sub", "top.txt"}
+        << QStringList{"ZipToDir passed over entry [sub/x.txt]",
+                       "ZipToDir passed over entry [top.txt] target is a symbolic link"};
 }
 
-void tst_ZipArchive::damagedDataFailsWhateverTheTarget()
+void tst_ZipArchive::targetsInTheWay()
 {
+    QFETCH(QString, archive);
     QFETCH(QString, inTheWay);
     QFETCH(QStringList, files);
-    QVERIFY(QFile::copy(QFINDTESTDATA("data/flipped_byte.zip"), Work("f.zip")));
+    QFETCH(QStringList, logged);
+    if (archive.isEmpty()) {
+        QZipWriter writer(Work("f.zip"));
+        writer.addFile("sub/x.txt", "from the archive");
+        writer.addFile("top.txt", "from the archive");
+    } else {
+        QVERIFY(QFile::copy(QFINDTESTDATA("data/" + archive + ".zip"), Work("f.zip")));
+    }
+    QVERIFY(QDir().mkpath(Work("f")));
     if (inTheWay == "file") {
         QVERIFY(WriteFile(Work("f/config.json"), "older"));
     } else if (inTheWay == "link") {
-        QVERIFY(QDir().mkpath(Work("f")));
         QVERIFY(QFile::link(Path("box/sentinel.txt"), Work("f/config.json")));
+    } else {
+        QVERIFY(QFile::link(Path("box/d1"), Work("f/sub")));
+        QVERIFY(QFile::link(Path("box/sentinel.txt"), Work("f/top.txt")));
     }
-    QVERIFY(!UnpackInSandbox("f"));
+    QCOMPARE(UnpackInSandbox("f"), archive.isEmpty());
     QCOMPARE(Snapshot(Work("f")).keys(), files);
-    QCOMPARE(
-        LogCount("ZipToDir failed entry [config.json] CRC-32 check failed: 840 bytes read, 840 recorded"), 1);
-}
-
-void tst_ZipArchive::qtArchivesUnpackWhole()
-{
-    // Sizes around the read block; random data deflates to stored blocks.
-    const QList<QPair<QString, QByteArray>> lstFiles{
-        {"empty.txt", QByteArray()},
-        {"one.txt", "1"},
-        {"Db/block.db", QByteArray(1 << 20, 'b')},
-        {"Db/rows.db", QByteArray("row of a table\n").repeated(300000)},
-        {"FacePicture/noise.jpg", RandomBytes((1 << 20) + 1, 3)},
-        {"noise.bin", RandomBytes(3 << 20, 5)}};
-    {
-        QZipWriter writer(Work("qt.zip"));
-        for (const QString& qstrPolicy : QStringList{"stored", "deflated"}) {
-            writer.setCompressionPolicy(qstrPolicy == "stored" ? QZipWriter::NeverCompress
-                                                               : QZipWriter::AlwaysCompress);
-            for (const auto& file : lstFiles) {
-                writer.addFile(qstrPolicy + "/" + file.first, file.second);
-                QVERIFY(WriteFile(Path("S/" + qstrPolicy + "/" + file.first), file.second));
-            }
-        }
+    for (const QString& qstrLine : logged) {
+        QVERIFY2(LogCount(qstrLine) == 1, qPrintable(qstrLine));
     }
-    CLS_ZipDirectory directory;
-    QVERIFY(directory.Read(Work("qt.zip")));
-    QCOMPARE(directory.Entries().first().iMethod, quint16(0));
-    QCOMPARE(directory.Entries().last().iMethod, quint16(8));
-    QVERIFY(UnpackInSandbox("qt"));
-    QCOMPARE(Snapshot(Work("qt")), Snapshot(Path("S")));
 }
 
 void tst_ZipArchive::writeFailureLeavesNoPartialFile()
@@ -428,7 +402,8 @@ void tst_ZipArchive::writeFailureLeavesNoPartialFile()
 
 void tst_ZipArchive::mutatedArchivesStayInsideTheRoot()
 {
-    // Stored and deflated entries, nested, hidden, empty, and two names that climb out.
+    // An archive of Qt's writer, as older backups are: stored and deflated entries, nested, hidden, empty,
+    // and two names that climb out.
     QRandomGenerator random(20240131);
     QByteArray qbaDb;
     for (int i = 0; i < 4000; ++i) {

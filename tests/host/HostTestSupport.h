@@ -91,30 +91,16 @@ inline bool IsOneLine(const QString& _qstrText)
     return _qstrText.count('\n') == 1 && _qstrText.endsWith('\n') && _qstrText.startsWith("HxClient");
 }
 
-// The entry names of an archive, as `unzip -l` lists them.
-inline QStringList UnzipList(const QString& _qstrUnzip, const QString& _qstrArchive, int _iTimeoutMs)
+// The standard output of one unzip run, or "<unzip failed>".
+inline QByteArray Unzip(const QString& _qstrUnzip, const QStringList& _lstArgs, int _iTimeoutMs)
 {
     QProcess unzip;
-    unzip.start(_qstrUnzip, {"-l", _qstrArchive});
-    if (!unzip.waitForFinished(_iTimeoutMs) || unzip.exitCode() != 0) {
-        return {"<unzip failed>"};
+    unzip.start(_qstrUnzip, _lstArgs);
+    if (!unzip.waitForFinished(_iTimeoutMs) || unzip.exitStatus() != QProcess::NormalExit ||
+        unzip.exitCode() != 0) {
+        return "<unzip failed>";
     }
-    const QStringList lstLines = QString::fromUtf8(unzip.readAllStandardOutput()).split('\n');
-    QStringList lstNames;
-    int iSeparators = 0;
-    const QRegularExpression reEntry("^\\s*\\d+\\s+\\S+\\s+\\S+\\s+(.+)$");
-    for (const QString& qstrLine : lstLines) {
-        if (qstrLine.startsWith("---------")) {
-            ++iSeparators;
-            continue;
-        }
-        const QRegularExpressionMatch match = reEntry.match(qstrLine);
-        if (iSeparators == 1 && match.hasMatch()) {
-            lstNames.append(match.captured(1));
-        }
-    }
-    lstNames.sort();
-    return lstNames;
+    return unzip.readAllStandardOutput();
 }
 
 } // namespace HostTest

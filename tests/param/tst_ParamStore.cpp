@@ -41,24 +41,6 @@ QString Hex(const std::string& _str)
     return QString::fromLatin1(QByteArray::fromStdString(_str).toHex());
 }
 
-// Runs the second process (param_tool) to its end; true when it exited with 0. *_pbaValue receives the
-// value it printed.
-bool RunTool(const QStringList& _lstArgs, QByteArray* _pbaValue = nullptr)
-{
-    QProcess process;
-    process.start(PARAM_TOOL_PATH, _lstArgs);
-    if (!process.waitForFinished(kProcessTimeoutMs)) {
-        return false;
-    }
-    const QByteArray baOutput = process.readAllStandardOutput();
-    const int iValue = baOutput.indexOf("\nvalue=") + 7;
-    if (_pbaValue != nullptr) {
-        *_pbaValue = QByteArray::fromHex(baOutput.mid(iValue, baOutput.indexOf('\n', iValue) - iValue));
-    }
-    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0 &&
-           (_pbaValue == nullptr || iValue >= 7);
-}
-
 } // namespace
 
 // The parameter store through the module's facade and the real library, within and across processes.
@@ -153,14 +135,11 @@ QStringList tst_ParamStore::StoreLogErrors() const
 void tst_ParamStore::roundTrip_data()
 {
     QTest::addColumn<std::string>("value");
-    QTest::newRow("plain") << std::string("/home/op/AutoBackUp");
     QTest::newRow("empty") << std::string();
     QTest::newRow("chinese") << std::string("备份路径/用户数据 自动备份");
     QTest::newRow("quotes and backslashes") << std::string(R"(C:\Backup\"x" \n \\ "" \u0041)");
-    QTest::newRow("json text") << std::string(R"(["/data/BackUp_2024_01_01_00_00.zip","/data/b.zip"])");
     QTest::newRow("control characters") << std::string("line1\nline2\ttab\r\x01");
     QTest::newRow("surrounding blanks") << std::string("  7  ");
-    // As long as a command line of the second process allows.
     QTest::newRow("long") << std::string(60000, 'x') + "end";
 }
 
@@ -185,20 +164,12 @@ void tst_ParamStore::roundTrip()
         {"SystemConfig", QJsonObject{{"clientid", "admin"}}},
     };
     QCOMPARE(StoreDocument().object(), jsonExpected);
-
-    // Across processes both ways, with this process's cache loaded before the other writes.
-    QByteArray baRead;
-    QVERIFY(RunTool({"get", Hex("ModuleBackUp"), Hex("BackUpFileSavePath"), Hex("default")}, &baRead));
-    QCOMPARE(baRead.toStdString(), value);
-    QVERIFY(RunTool({"set", Hex("ModuleBackUp"), Hex("BackUpPath"), Hex(value)}));
-    QCOMPARE(Param::GetParam("ModuleBackUp", "BackUpPath", "default"), value);
 }
 
 void tst_ParamStore::missingOrBadNamesGiveDefault_data()
 {
     QTest::addColumn<std::string>("section");
     QTest::addColumn<std::string>("key");
-    QTest::newRow("missing key") << std::string("ModuleBackUp") << std::string("BackUpCount");
     QTest::newRow("missing section") << std::string("SystemConfig") << std::string("skin");
     QTest::newRow("key differs by case") << std::string("ModuleBackUp") << std::string("autoenable");
     QTest::newRow("empty section") << std::string() << std::string("AutoEnable");
@@ -211,7 +182,6 @@ void tst_ParamStore::missingOrBadNamesGiveDefault()
     QFETCH(std::string, key);
     QCOMPARE(Param::SetParam("ModuleBackUp", "AutoEnable", "1", 1), 1);
     QCOMPARE(Param::GetParam(section, key, "d"), std::string("d"));
-    QCOMPARE(Param::GetParam(section, key, ""), std::string());
     if (section.empty() || key.empty()) {
         QCOMPARE(Param::SetParam(section, key, "2", 1), 0);
         QCOMPARE(m_pDelete(section, key), 0);
@@ -390,8 +360,6 @@ void tst_ParamStore::brokenFileIsKeptAside_data()
     QTest::addColumn<QString>("problem");
     QTest::newRow("cut off") << QByteArray("{\n    \"ModuleBackUp\": {\n        \"AutoEnable\": \"0\"")
                              << false << "is not valid JSON";
-    QTest::newRow("binary") << QByteArray("\x00\xff\xfePK\x03\x04garbage", 15) << false
-                            << "is not valid JSON";
     QTest::newRow("empty") << QByteArray() << false << "is not valid JSON";
     QTest::newRow("array") << QByteArray(R"([{"AutoEnable": "0"}])") << false << "is not a JSON object";
     QTest::newRow("section is text") << QByteArray(R"({"ModuleBackUp": "AutoEnable=0"})") << false

@@ -67,9 +67,7 @@ private slots:
     void removeTmpTaskFromOwnersTask();
     void throwingTaskDoesNotStopPool_data();
     void throwingTaskDoesNotStopPool();
-    void loopTaskRunsAtIntervalUntilRemoved();
-    void loopTaskRemovesItself();
-    void loopTaskKeys();
+    void loopTasks();
     void badArgumentsAreRefused();
 
 private:
@@ -326,7 +324,7 @@ void tst_HxTaskPool::throwingTaskDoesNotStopPool()
                               pThrows->load(), kWaitMs);
 }
 
-void tst_HxTaskPool::loopTaskRunsAtIntervalUntilRemoved()
+void tst_HxTaskPool::loopTasks()
 {
     constexpr int kIntervalMs = 50;
     const Counter pRuns = NewCounter();
@@ -338,49 +336,33 @@ void tst_HxTaskPool::loopTaskRunsAtIntervalUntilRemoved()
         const qint64 iDueNs = qint64(++*pRuns) * kIntervalMs * 1000000;
         *pEarlyRuns += timer.nsecsElapsed() < iDueNs;
     };
+    const Counter pSelfRuns = NewCounter();
+    const Counter pSelfRemoved = NewCounter(-1);
+    const auto removesItself = [pfnRemove = m_pfnRemoveTask, pSelfRuns, pSelfRemoved] {
+        ++*pSelfRuns;
+        *pSelfRemoved = pfnRemove("RemovesItself", kCallSite);
+    };
     std::string strKey;
+    std::string strIdleKey;
+    std::string strSelfKey = "RemovesItself";
     QCOMPARE(m_pfnAddLoopTask(task, kIntervalMs, strKey, kCallSite), 1);
+    QCOMPARE(m_pfnAddLoopTask([] {}, 3600000, strIdleKey, kCallSite), 1);
+    QCOMPARE(m_pfnAddLoopTask(removesItself, 10, strSelfKey, kCallSite), 1);
+    QVERIFY(!strKey.empty() && !strIdleKey.empty() && strKey != strIdleKey);
+
     QTRY_VERIFY_WITH_TIMEOUT(pRuns->load() >= 3, kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(pSelfRemoved->load(), 1, kWaitMs);
     QCOMPARE(m_pfnRemoveTask(strKey, kCallSite), 1);
+    QCOMPARE(m_pfnRemoveTask(strKey, kCallSite), 0);
     const int iRunsAtRemoval = pRuns->load();
     QVERIFY(WitnessTicks(kIntervalMs, 3));
     QCOMPARE(pRuns->load(), iRunsAtRemoval);
     QCOMPARE(pEarlyRuns->load(), 0);
-    QCOMPARE(m_pfnRemoveTask(strKey, kCallSite), 0);
-}
+    QCOMPARE(pSelfRuns->load(), 1);
 
-void tst_HxTaskPool::loopTaskRemovesItself()
-{
-    const Counter pRuns = NewCounter();
-    const Counter pRemoved = NewCounter(-1);
-    std::string strKey = "RemovesItself";
-    const auto task = [pfnRemove = m_pfnRemoveTask, pRuns, pRemoved] {
-        ++*pRuns;
-        *pRemoved = pfnRemove("RemovesItself", kCallSite);
-    };
-    QCOMPARE(m_pfnAddLoopTask(task, 10, strKey, kCallSite), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(pRemoved->load(), 1, kWaitMs);
-    QVERIFY(WitnessTicks(10, 3));
-    QCOMPARE(pRuns->load(), 1);
-}
-
-void tst_HxTaskPool::loopTaskKeys()
-{
-    std::string strFirst;
-    std::string strSecond;
-    QCOMPARE(m_pfnAddLoopTask([] {}, 3600000, strFirst, kCallSite), 1);
-    QCOMPARE(m_pfnAddLoopTask([] {}, 3600000, strSecond, kCallSite), 1);
-    QVERIFY(!strFirst.empty() && !strSecond.empty() && strFirst != strSecond);
-
-    QCOMPARE(m_pfnRemoveTask(strFirst, kCallSite), 1);
-    QCOMPARE(m_pfnRemoveTask(strFirst, kCallSite), 0);
-
-    // UnInit drops the periodic tasks; the pool starts again on the next task.
+    // UnInit drops the periodic tasks too.
     m_pfnUnInit();
-    QCOMPARE(m_pfnRemoveTask(strSecond, kCallSite), 0);
-    const Counter pRuns = NewCounter();
-    QCOMPARE(m_pfnAddTmpTask([pRuns] { ++*pRuns; }, nullptr, kCallSite), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(pRuns->load(), 1, kWaitMs);
+    QCOMPARE(m_pfnRemoveTask(strIdleKey, kCallSite), 0);
 }
 
 void tst_HxTaskPool::badArgumentsAreRefused()

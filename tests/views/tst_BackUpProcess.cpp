@@ -23,8 +23,6 @@ private Q_SLOTS:
     void finalTexts();
     void malformedAnswersLeaveTheFirstState_data();
     void malformedAnswersLeaveTheFirstState();
-    void closeButton_data();
-    void closeButton();
     void onlyBackUpIsForwarded();
     void missingLoadingLibraryLeavesTheDialogEmpty();
 
@@ -36,6 +34,7 @@ private:
     {
         ::Answer(*m_pPresenter, m_pDialog.data(), _qstrKey, _qmapResult);
     }
+    void CloseAndCheck(const QVariantList& _lstEmitted);
 
     QTemporaryDir m_dir;
     std::unique_ptr<CLS_RecordingPresenter> m_pPresenter;
@@ -67,20 +66,26 @@ void tst_BackUpProcess::finalTexts_data()
 {
     QTest::addColumn<QVariantMap>("qmapResult");
     QTest::addColumn<QString>("qstrText");
-    QTest::newRow("success") << QVariantMap{{"TaskResult", 0},
-                                            {"BackUpPath", "/b/BackUp_2026_01_02_03_04.zip"}}
-                             << "lab_backup_finish";
-    QTest::newRow("failure with a reason")
-        << QVariantMap{{"TaskResult", -1}, {"reason", "disk full"}} << "lab_backup_failed(disk full)";
-    QTest::newRow("failure without a reason") << QVariantMap{{"TaskResult", -1}} << "lab_backup_failed";
-    QTest::newRow("other result") << QVariantMap{{"TaskResult", 3}, {"reason", "ignored"}}
-                                  << "lab_backup_finish";
+    QTest::addColumn<QVariantList>("lstEmittedOnClose");
+    const QString qstrArchive = "/b/BackUp_2026_01_02_03_04.zip";
+    QTest::newRow("success hands on the archive on close")
+        << QVariantMap{{"TaskResult", 0}, {"BackUpPath", qstrArchive}} << "lab_backup_finish"
+        << QVariantList{"BackUp", QVariantMap{{"BackUpPath", qstrArchive}}, ""};
+    QTest::newRow("failure with a reason") << QVariantMap{{"TaskResult", -1}, {"reason", "disk full"}}
+                                           << "lab_backup_failed(disk full)" << QVariantList();
+    QTest::newRow("failure without a reason")
+        << QVariantMap{{"TaskResult", -1}} << "lab_backup_failed" << QVariantList();
+    QTest::newRow("other result") << QVariantMap{{"TaskResult", 3},
+                                                 {"reason", "ignored"},
+                                                 {"BackUpPath", "/b"}}
+                                  << "lab_backup_finish" << QVariantList();
 }
 
 void tst_BackUpProcess::finalTexts()
 {
     QFETCH(QVariantMap, qmapResult);
     QFETCH(QString, qstrText);
+    QFETCH(QVariantList, lstEmittedOnClose);
     QSignalSpy handled(m_pDialog.data(), &CLS_ViewBasic::SignRequestTaskRsulted);
     // Progress comes as the presenter's notification, to every view.
     m_pPresenter->SendTaskNotify("ProcessUpdate",
@@ -95,6 +100,7 @@ void tst_BackUpProcess::finalTexts()
     QVERIFY(m_pDialog->isVisible());
     QCOMPARE(handled.count(), 2);
     QCOMPARE(handled.last().at(1).toMap().value("__result__").toString(), QString("success"));
+    CloseAndCheck(lstEmittedOnClose);
 }
 
 void tst_BackUpProcess::malformedAnswersLeaveTheFirstState_data()
@@ -132,30 +138,17 @@ void tst_BackUpProcess::malformedAnswersLeaveTheFirstState()
         QCOMPARE(CountLogLines(m_dir.path(), qstrLogLine), iLinesBefore + 1);
     }
     // Nothing remembered: closing hands on no archive.
-    Button()->click();
-    QCOMPARE(handled.count(), 1);
+    CloseAndCheck({});
 }
 
-void tst_BackUpProcess::closeButton_data()
+// The button cancels the run first, then hands on the archive of a finished one, and the dialog goes.
+void tst_BackUpProcess::CloseAndCheck(const QVariantList& _lstEmitted)
 {
-    QTest::addColumn<bool>("blFinished");
-    QTest::newRow("cancel during the run") << false;
-    QTest::newRow("close after success hands on the archive") << true;
-}
-
-void tst_BackUpProcess::closeButton()
-{
-    QFETCH(bool, blFinished);
-    const QString qstrArchive = "/b/BackUp_2026_01_02_03_04.zip";
-    if (blFinished) {
-        Answer("BackUp", {{"TaskResult", 0}, {"BackUpPath", qstrArchive}});
-    } else {
-        Answer("ProcessUpdate", {{"intRate", 20}, {"strRate", "lab_backuping"}});
-    }
     QCOMPARE(m_pPresenter->CountRequests("CanCelBackUp"), 0);
     int iCancelsAtEmit = -1;
     QVariantList lstEmitted;
-    connect(m_pDialog.data(), &CLS_ViewBasic::SignRequestTaskRsulted, this,
+    QObject context;
+    connect(m_pDialog.data(), &CLS_ViewBasic::SignRequestTaskRsulted, &context,
             [&](QString _qstrKey, QVariantMap _qmapResult, QString _qstrUUID) {
                 iCancelsAtEmit = m_pPresenter->CountRequests("CanCelBackUp");
                 lstEmitted = {_qstrKey, _qmapResult, _qstrUUID};
@@ -167,12 +160,8 @@ void tst_BackUpProcess::closeButton()
     QCOMPARE(cancel.qstrKey, QString("CanCelBackUp"));
     QVERIFY(!QUuid(cancel.qstrUUID).isNull());
     QCOMPARE(cancel.qmapParam.value("__object__").value<void*>(), static_cast<void*>(m_pDialog.data()));
-    if (blFinished) {
-        QCOMPARE(iCancelsAtEmit, 1);
-        QCOMPARE(lstEmitted, (QVariantList{"BackUp", QVariantMap{{"BackUpPath", qstrArchive}}, ""}));
-    } else {
-        QVERIFY(lstEmitted.isEmpty());
-    }
+    QCOMPARE(lstEmitted, _lstEmitted);
+    QCOMPARE(iCancelsAtEmit, _lstEmitted.isEmpty() ? -1 : 1);
     QTRY_VERIFY_WITH_TIMEOUT(m_pDialog.isNull(), 5000);
 }
 
@@ -181,7 +170,6 @@ void tst_BackUpProcess::onlyBackUpIsForwarded()
     QVariantMap qmapResult;
     QVERIFY(m_pDialog->TaskRequestHandler("BackUp", {{"BackUpPath", "/b"}}, "host-id", qmapResult));
     QVERIFY(!m_pDialog->TaskRequestHandler("Recover", {{"RecoverPath", "/b/x.zip"}}, "host-id", qmapResult));
-    QVERIFY(!m_pDialog->TaskRequestHandler("CanCelBackUp", {}, "host-id", qmapResult));
 
     QCOMPARE(m_pPresenter->Requests().size(), 1);
     const STRUCT_SentRequest request = m_pPresenter->Requests().first();

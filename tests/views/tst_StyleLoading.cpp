@@ -15,21 +15,12 @@ class tst_StyleLoading : public QObject
 
 private Q_SLOTS:
     void init();
-    void scaledVariant_data();
-    void scaledVariant();
-    void moduleFolder();
-    void skinFromTheParameterStore();
-    void commonSheetsThenTheModuleSheet();
-    void sheetsAreReadOncePerProcess();
-    void paths();
+    void probeAnswers_data();
+    void probeAnswers();
     void installedSkinCoversTheModuleViews();
 
 private:
     QString BinDir() const { return m_root->path() + "/bin"; }
-    QString SkinDir(const QString& _qstrSkin = "dark") const
-    {
-        return BinDir() + "/resource/skin/" + _qstrSkin;
-    }
     void WriteFile(const QString& _qstrPath, const QByteArray& _baText);
     // The probe's answers, in order.
     QStringList RunProbe(const QStringList& _lstArgs, const QString& _qstrScale = QString());
@@ -80,97 +71,83 @@ QStringList tst_StyleLoading::RunProbe(const QStringList& _lstArgs, const QStrin
     return lstAnswers;
 }
 
-void tst_StyleLoading::scaledVariant_data()
+// Files are "path under the skin folder=text"; "%bin" in a query or an answer stands for the probe's folder.
+void tst_StyleLoading::probeAnswers_data()
 {
     QTest::addColumn<QString>("qstrScale");
-    QTest::addColumn<QString>("qstrVariant");
-    QTest::addColumn<QString>("qstrExpected");
-    const auto row = [](const char* _pName, const char* _pScale, const char* _pVariant,
-                        const char* _pExpected) {
-        QTest::newRow(_pName) << QString(_pScale) << QString(_pVariant) << QString(_pExpected);
+    QTest::addColumn<QStringList>("lstFiles");
+    QTest::addColumn<QStringList>("lstArgs");
+    QTest::addColumn<QStringList>("lstExpected");
+    const auto scaled = [](const char* _pName, const char* _pScale, const char* _pVariant,
+                           const char* _pUsed) {
+        QTest::newRow(_pName)
+            << QString(_pScale)
+            << QStringList{"dark/ModuleBackUp/qss/CLS_View.qss=plain",
+                           QString("dark/ModuleBackUp/qss/CLS_View%1.qss=scaled").arg(_pVariant)}
+            << QStringList{"mini:BackUp:CLS_View"} << QStringList{_pUsed};
     };
-    row("scale 2 takes the 4K sheet", "2", "_4K", "CLS_View_4K.qss");
-    row("no scale keeps the plain sheet", "", "_4K", "CLS_View.qss");
-    row("scale 2 without a 4K sheet", "2", "", "CLS_View.qss");
-    row("scale 1.5 names a 3K screen", "1.5", "_3K", "CLS_View_3K.qss");
-    row("scale 1 takes no variant", "1", "_2K", "CLS_View.qss");
-}
-
-void tst_StyleLoading::scaledVariant()
-{
-    QFETCH(QString, qstrScale);
-    QFETCH(QString, qstrVariant);
-    QFETCH(QString, qstrExpected);
-    const QString qstrQssDir = SkinDir() + "/ModuleBackUp/qss";
-    WriteFile(qstrQssDir + "/CLS_View.qss", "plain {}");
-    if (!qstrVariant.isEmpty()) {
-        WriteFile(qstrQssDir + "/CLS_View" + qstrVariant + ".qss", "scaled {}");
-    }
-    QCOMPARE(RunProbe({"qsspath:ModuleBackUp:CLS_View"}, qstrScale),
-             QStringList{"1 " + qstrQssDir + "/" + qstrExpected});
-}
-
-// The folder is the module code when it names a module, a widget or a host library (prefixes are
-// case-sensitive), else "Module" + the code; without a class code the file is named after the folder.
-void tst_StyleLoading::moduleFolder()
-{
+    scaled("scale 2 takes the 4K sheet", "2", "_4K", "scaled");
+    scaled("scale 2 without a 4K sheet", "2", "_3K", "plain");
+    scaled("scale 1.5 names a 3K screen", "1.5", "_3K", "scaled");
+    scaled("scale 1 takes no variant", "1", "_2K", "plain");
+    // The folder is the module code when it names a module, a widget or a host library (prefixes are
+    // case-sensitive), else "Module" + the code; without a class code the file is named after the folder.
     const QStringList lstSheets{"ModuleBackUp/qss/CLS_View", "WgtLoading/qss/CLS_View",
                                 "HxClient/qss/CLS_View", "ModulewgtLoading/qss/CLS_View",
                                 "ModuleBackUp/qss/ModuleBackUp"};
+    QStringList lstSheetFiles;
     for (const QString& qstrSheet : lstSheets) {
-        WriteFile(SkinDir() + "/" + qstrSheet + ".qss", qstrSheet.toUtf8());
+        lstSheetFiles << "dark/" + qstrSheet + ".qss=" + qstrSheet;
     }
-    QCOMPARE(RunProbe({"mini:BackUp:CLS_View", "mini:WgtLoading:CLS_View", "mini:HxClient:CLS_View",
-                       "mini:wgtLoading:CLS_View", "mini:BackUp:", "mini:ModuleBackUp:CLS_View",
-                       "mini:BackUp:CLS_Missing"}),
-             (lstSheets + QStringList{lstSheets.first(), ""}));
+    QTest::newRow("module folder") << QString() << lstSheetFiles
+                                   << QStringList{"mini:BackUp:CLS_View",   "mini:WgtLoading:CLS_View",
+                                                  "mini:HxClient:CLS_View", "mini:wgtLoading:CLS_View",
+                                                  "mini:BackUp:",           "mini:ModuleBackUp:CLS_View",
+                                                  "mini:BackUp:CLS_Missing"}
+                                   << (lstSheets + QStringList{lstSheets.first(), ""});
+    const QStringList lstSkins{"dark/ModuleBackUp/qss/CLS_View.qss=#dark {}",
+                               "light/ModuleBackUp/qss/CLS_View.qss=#light {}"};
+    QTest::newRow("skin from the parameter store")
+        << QString() << lstSkins << QStringList{"--skin", "light", "mini:BackUp:CLS_View"}
+        << QStringList{"#light {}"};
+    QTest::newRow("an empty skin setting is the dark skin")
+        << QString() << lstSkins << QStringList{"--skin", "", "mini:BackUp:CLS_View"}
+        << QStringList{"#dark {}"};
+    const QString qstrCommon = "a { image: url(%bin/resource/skin/dark/images/x.svg); }\nb {}\nC {}\n";
+    QTest::newRow("common sheets in name order, then the module's")
+        << QString()
+        << QStringList{"dark/Common/b.qss=b {}\n",
+                       "dark/Common/a.qss=a { image: url(./resource/skin/dark/images/x.svg); }\n",
+                       "dark/Common/C.qss=C {}\n", "dark/Common/images/not-a-sheet.qss=never {}\n",
+                       "dark/ModuleBackUp/qss/CLS_View.qss=#CLS_View {}\n"}
+        << QStringList{"load:BackUp:CLS_View", "load:BackUp:CLS_Missing"}
+        << QStringList{qstrCommon + "#CLS_View {}\n", qstrCommon};
+    QTest::newRow("sheets are read once per process")
+        << QString()
+        << QStringList{"dark/Common/a.qss=a {}\n", "dark/ModuleBackUp/qss/CLS_View.qss=#CLS_View {}\n"}
+        << QStringList{"load:BackUp:CLS_View", "write:%bin/resource/skin/dark/Common/a.qss",
+                       "write:%bin/resource/skin/dark/ModuleBackUp/qss/CLS_View.qss", "load:BackUp:CLS_View"}
+        << QStringList{"a {}\n#CLS_View {}\n", "a {}\n#CLS_View {}\n"};
+    // The files are those that an unchecked empty name would find.
+    QTest::newRow("empty names and the probe's folder")
+        << QString() << QStringList{"dark/ModuleBackUp/qss/.qss={}", "dark/qss/CLS_View.qss={}"}
+        << QStringList{"qsspath::CLS_View", "qsspath:ModuleBackUp:", "binpath"}
+        << QStringList{"0 ", "0 ", "%bin"};
 }
 
-void tst_StyleLoading::skinFromTheParameterStore()
+void tst_StyleLoading::probeAnswers()
 {
-    WriteFile(SkinDir("dark") + "/ModuleBackUp/qss/CLS_View.qss", "#dark {}");
-    WriteFile(SkinDir("light") + "/ModuleBackUp/qss/CLS_View.qss", "#light {}");
-    QCOMPARE(RunProbe({"--skin", "light", "mini:BackUp:CLS_View"}), QStringList{"#light {}"});
-    // An empty setting is the dark skin.
-    QCOMPARE(RunProbe({"--skin", "", "mini:BackUp:CLS_View"}), QStringList{"#dark {}"});
-}
-
-void tst_StyleLoading::commonSheetsThenTheModuleSheet()
-{
-    WriteFile(SkinDir() + "/Common/b.qss", "b {}\n");
-    WriteFile(SkinDir() + "/Common/a.qss", "a { image: url(./resource/skin/dark/images/x.svg); }\n");
-    WriteFile(SkinDir() + "/Common/C.qss", "C {}\n");
-    WriteFile(SkinDir() + "/Common/images/not-a-sheet.qss", "never {}\n");
-    WriteFile(SkinDir() + "/ModuleBackUp/qss/CLS_View.qss", "#CLS_View {}\n");
-    const QString qstrCommon =
-        "a { image: url(" + BinDir() + "/resource/skin/dark/images/x.svg); }\nb {}\nC {}\n";
-    QCOMPARE(RunProbe({"load:BackUp:CLS_View", "load:BackUp:CLS_Missing"}),
-             (QStringList{qstrCommon + "#CLS_View {}\n", qstrCommon}));
-}
-
-void tst_StyleLoading::sheetsAreReadOncePerProcess()
-{
-    const QString qstrCommon = SkinDir() + "/Common/a.qss";
-    const QString qstrModule = SkinDir() + "/ModuleBackUp/qss/CLS_View.qss";
-    WriteFile(qstrCommon, "a {}\n");
-    WriteFile(qstrModule, "#CLS_View {}\n");
-    QCOMPARE(RunProbe({"load:BackUp:CLS_View", "write:" + qstrCommon, "write:" + qstrModule,
-                       "load:BackUp:CLS_View"}),
-             (QStringList{"a {}\n#CLS_View {}\n", "a {}\n#CLS_View {}\n"}));
-    // A new process reads the changed files.
-    QCOMPARE(RunProbe({"load:BackUp:CLS_View"}), QStringList{"changed {}changed {}"});
-}
-
-void tst_StyleLoading::paths()
-{
-    // Files that an unchecked empty name would find.
-    WriteFile(SkinDir() + "/ModuleBackUp/qss/.qss", "{}");
-    WriteFile(SkinDir() + "/qss/CLS_View.qss", "{}");
-    const QStringList lstAnswers = RunProbe({"qsspath::CLS_View", "qsspath:ModuleBackUp:", "binpath"});
-    QCOMPARE(lstAnswers.size(), 3);
-    QVERIFY2(lstAnswers.at(0).startsWith("0 ") && lstAnswers.at(1).startsWith("0 "),
-             qPrintable(lstAnswers.join('|')));
-    QCOMPARE(lstAnswers.at(2), QDir(BinDir()).canonicalPath());
+    QFETCH(QString, qstrScale);
+    QFETCH(QStringList, lstFiles);
+    QFETCH(QStringList, lstArgs);
+    QFETCH(QStringList, lstExpected);
+    for (const QString& qstrFile : lstFiles) {
+        WriteFile(BinDir() + "/resource/skin/" + qstrFile.section('=', 0, 0),
+                  qstrFile.section('=', 1).toUtf8());
+    }
+    lstArgs.replaceInStrings("%bin", QDir(BinDir()).canonicalPath());
+    lstExpected.replaceInStrings("%bin", QDir(BinDir()).canonicalPath());
+    QCOMPARE(RunProbe(lstArgs, qstrScale), lstExpected);
 }
 
 void tst_StyleLoading::installedSkinCoversTheModuleViews()
