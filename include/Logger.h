@@ -73,5 +73,8 @@ inline std::ostream& operator<<(std::ostream& _os, const QByteArray& _qba)
 // A log line at the current source line, or at a line fixed by the host's log tools.
 #define HX_LOG(level, moduleCode)                                                                            \
     Logger::LogMessageStream(Logger::SourceFileName(__FILE__), (moduleCode), __func__, __LINE__, (level))
+// A log line in the name of the function that the host's log tools know, where the work sits in a helper.
+#define HX_LOG_IN(level, moduleCode, function)                                                               \
+    Logger::LogMessageStream(Logger::SourceFileName(__FILE__), (moduleCode), (function), __LINE__, (level))
 #define HX_LOG_AT(level, moduleCode, line)                                                                   \
     Logger::LogMessageStream(Logger::SourceFileName(__FILE__), (moduleCode), __func__, (line), (level))

@@ -16,7 +16,6 @@
 #include "Logger.h"
 #include "Param.h"
 #include "Util.h"
-#include "ZipRules.h"
 
 namespace {
 
@@ -85,9 +84,6 @@ bool CLS_BackUpRun::Run(const QVector<STRUCT_BackUpSource>& _vecSources)
         step = PrepareDbFiles();
     }
     if (step == STEP_DONE) {
-        step = CheckStagedSizes();
-    }
-    if (step == STEP_DONE) {
         m_iLastSentRate = 49;
         m_qmapRecord["IsSend"] = true;
         step = Report(49) == -1 ? STEP_CANCELLED : STEP_DONE;
@@ -112,7 +108,7 @@ CLS_BackUpRun::n_Step CLS_BackUpRun::CopySources(const QVector<STRUCT_BackUpSour
         const qint64 iAvailable = QStorageInfo(m_qstrSavePath).bytesAvailable();
         const qint64 iNeeded = FunctionUtil::GetFileSize(qstrSource, source.filters, false) + kReservedBytes;
         if (iAvailable < iNeeded) {
-            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+            HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
                 << m_strLogPrefix << " DirToZip failed  qiDiskAvailableStorage is null [diskpath"
                 << m_qstrSavePath;
             m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_disk_less");
@@ -165,28 +161,13 @@ CLS_BackUpRun::n_Step CLS_BackUpRun::PrepareDbFiles()
         const QString qstrTarget = info.absolutePath() + "/" + qstrBase + "_backup." + qstrSuffix;
         QFile::remove(qstrTarget);
         if (!QFile::rename(info.absoluteFilePath(), qstrTarget)) {
-            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+            HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
                 << m_strLogPrefix << " BackUpData DirToZip failed  db rename faied [daname" << qstrTarget;
             return STEP_FAILED;
         }
         ++iRenamed;
         if (Report(40 + 9 * iRenamed / iCount) == -1) {
             return STEP_CANCELLED;
-        }
-    }
-    return STEP_DONE;
-}
-
-CLS_BackUpRun::n_Step CLS_BackUpRun::CheckStagedSizes()
-{
-    for (const QFileInfo& info : FunctionUtil::GetFileList(QStringList(), m_qstrStaging, false)) {
-        if (info.size() > ZipRules::kMaxEntryBytes) {
-            HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
-                << m_strLogPrefix
-                << " BackUpData DirToZip failed  file too large [filepath : " << info.absoluteFilePath()
-                << "] [size : " << info.size() << "] [limit : " << ZipRules::kMaxEntryBytes << "]";
-            m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_backup_file_too_large");
-            return STEP_FAILED;
         }
     }
     return STEP_DONE;
@@ -214,12 +195,10 @@ bool CLS_BackUpRun::Pack()
     const n_ArchiveCheck check =
         CheckPackedArchive(qstrZipPath, PackableEntryNames(m_qstrStaging), qstrDetail);
     if (check != ARCHIVE_COMPLETE) {
-        HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+        HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
             << m_strLogPrefix << " BackUpData DirToZip failed  archive check failed [qstrZipName "
             << qstrZipPath << "] " << qstrDetail;
-        m_qmapResult["reason"] = check == ARCHIVE_TOO_LARGE
-                                     ? CLS_BackUpPresenter::tr("msg_backup_too_large")
-                                     : CLS_BackUpPresenter::tr("msg_backup_check_failed");
+        m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_backup_check_failed");
         return FailPacking(qstrZipPath);
     }
     Param::SetParam("ModuleBackUp", "BackUpPath", qstrZipPath.toUtf8().toStdString(), 1);
@@ -228,14 +207,14 @@ bool CLS_BackUpRun::Pack()
 
 bool CLS_BackUpRun::Cancel()
 {
-    HX_LOG(Logger::LOG_DEBUG, m_presenter.GetModuleCode())
+    HX_LOG_IN(Logger::LOG_DEBUG, m_presenter.GetModuleCode(), "BackUpData")
         << m_strLogPrefix << "backup cancel [ qstrSavePath :" << m_qstrStaging << "]";
     return false;
 }
 
 bool CLS_BackUpRun::FailPacking(const QString& _qstrZipPath)
 {
-    HX_LOG(Logger::LOG_WARN, m_presenter.GetModuleCode())
+    HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
         << m_strLogPrefix << " BackUpData DirToZip failed [qstrSaveSourcePath " << m_qstrStaging
         << " ] [_qstrSavePath " << m_qstrSavePath << "] [qstrZipName " << m_qstrZipName;
     QFile::remove(_qstrZipPath);

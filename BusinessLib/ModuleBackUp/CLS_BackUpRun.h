@@ -34,7 +34,6 @@ private:
 
     n_Step CopySources(const QVector<STRUCT_BackUpSource>& _vecSources);
     n_Step PrepareDbFiles();
-    n_Step CheckStagedSizes();
     bool Pack();
     bool Cancel();
     bool FailPacking(const QString& _qstrZipPath);

@@ -125,14 +125,6 @@
         <translation>not enough free disk space</translation>
     </message>
     <message>
-        <source>msg_backup_file_too_large</source>
-        <translation>a file is too large for a backup archive</translation>
-    </message>
-    <message>
-        <source>msg_backup_too_large</source>
-        <translation>the backup archive would be too large</translation>
-    </message>
-    <message>
         <source>msg_backup_check_failed</source>
         <translation>the new archive did not pass its check</translation>
     </message>

@@ -14,7 +14,6 @@
 #include "CLS_DBDaoC.h"
 #include "EngineTestSupport.h"
 #include "Param.h"
-#include "ZipRules.h"
 
 using namespace EngineTest;
 
@@ -349,11 +348,6 @@ void tst_BackUpRecoverRun::failedRun_data()
     QTest::newRow("too little space on the save volume")
         << "small volume" << 0 << "msg_disk_less"
         << QStringList{" DirToZip failed  qiDiskAvailableStorage is null \\[diskpath%1$"};
-    QTest::newRow("a file too large for the archive")
-        << "large file" << 42 << "msg_backup_file_too_large"
-        << QStringList{" BackUpData DirToZip failed  file too large \\[filepath : %1/BackUp_"};
-    QTest::newRow("an archive too large to read back")
-        << "large archive" << 99 << "msg_backup_too_large" << QStringList{"archive check failed"};
 }
 
 void tst_BackUpRecoverRun::failedRun()
@@ -364,23 +358,12 @@ void tst_BackUpRecoverRun::failedRun()
     QFETCH(QStringList, logged);
     QVERIFY(MakeClient());
     std::unique_ptr<CLS_SmallVolume> pVolume;
-    // Large files are sparse: only their copies in the staging folder take room.
     if (setup == "db in the way") {
         QVERIFY(WriteFile(Data() + "/Db/main_backup.db/inside.txt", "x"));
     } else if (setup == "small volume") {
         pVolume = std::make_unique<CLS_SmallVolume>(Save());
         if (!pVolume->IsMounted()) {
             QSKIP("a small tmpfs cannot be mounted here (needs root and mount rights)");
-        }
-    } else if (setup == "large file") {
-        QFile huge(Data() + "/FacePicture/huge.mp4");
-        QVERIFY(huge.open(QIODevice::WriteOnly) && huge.resize(ZipRules::kMaxEntryBytes + 1));
-    } else if (setup == "large archive" && qEnvironmentVariableIntValue("HX_LARGE_TESTS") != 1) {
-        QSKIP("writes and reads about 5 GB; set HX_LARGE_TESTS=1 to run it");
-    } else if (setup == "large archive") {
-        for (int i = 0; i < 3; ++i) {
-            QFile video(QString("%1/dl/Downloads/clip%2.mp4").arg(Root()).arg(i));
-            QVERIFY(video.open(QIODevice::WriteOnly) && video.resize(qint64(800) << 20));
         }
     }
     QVERIFY(!BackUp(setup.isEmpty() ? rate : -1));
