@@ -74,6 +74,8 @@ public:
     bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
                         ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);
+    // Whether the last DirToZip failed because its volume was full.
+    bool LastPackRanOutOfSpace() const { return m_blPackOutOfSpace; }
     bool ZipToDir(const QString& _qstrZipName, const QString& _qstrDirDestination);
 
 private:
@@ -82,4 +84,5 @@ private:
 
     std::mutex m_mutexBackUp;
     std::atomic<int> m_iBackUpCancel{0};
+    bool m_blPackOutOfSpace = false;
 };

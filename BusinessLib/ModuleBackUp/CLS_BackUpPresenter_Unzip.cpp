@@ -270,3 +270,19 @@ bool CLS_BackUpPresenter::ZipToDir(const QString& _qstrZipName, const QString& _
     }
     return true;
 }
+
+qint64 CLS_BackUpPresenter::GetZipSize(const QString& _qstrZipName)
+{
+    const QFileInfo zipInfo(_qstrZipName);
+    if (!zipInfo.exists()) {
+        HX_LOG(Logger::LOG_WARN, GetModuleCode())
+            << LogPrefix() << "GetZipSize failed Zip didn't exist [_qstrZipName " << _qstrZipName;
+        return 0;
+    }
+    QZipReader reader(zipInfo.absoluteFilePath(), QIODevice::ReadOnly);
+    qint64 iTotal = 0;
+    for (const QZipReader::FileInfo& entry : reader.fileInfoList()) {
+        iTotal += entry.size;
+    }
+    return iTotal;
+}

@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <private/qzipreader_p.h>
 
 #include "CLS_ZipStreamWriter.h"
 #include "FunctionUtil.h"
@@ -30,6 +29,7 @@ bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString
     const QString qstrSource = QFileInfo(_qstrSourcePath).absoluteFilePath();
     const bool blDone =
         writer.IsOpen() && DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress));
+    m_blPackOutOfSpace = false;
     if (!writer.Close()) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix() << " DirToZip failed write failed [_qstrZipName " << qstrZipPath << "] "
@@ -96,20 +96,4 @@ bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipStreamWriter& _writer, const QSt
         }
     }
     return true;
-}
-
-qint64 CLS_BackUpPresenter::GetZipSize(const QString& _qstrZipName)
-{
-    const QFileInfo zipInfo(_qstrZipName);
-    if (!zipInfo.exists()) {
-        HX_LOG(Logger::LOG_WARN, GetModuleCode())
-            << LogPrefix() << "GetZipSize failed Zip didn't exist [_qstrZipName " << _qstrZipName;
-        return 0;
-    }
-    QZipReader reader(zipInfo.absoluteFilePath(), QIODevice::ReadOnly);
-    qint64 iTotal = 0;
-    for (const QZipReader::FileInfo& entry : reader.fileInfoList()) {
-        iTotal += entry.size;
-    }
-    return iTotal;
 }
