@@ -2,7 +2,7 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QtGui/private/qzipreader_p.h>
+#include <zip.h>
 
 bool CLS_ArchiveContents::Read(const QString& _qstrArchive, QString& _qstrError)
 {
@@ -24,25 +24,36 @@ bool CLS_ArchiveContents::Read(const QString& _qstrArchive, QString& _qstrError)
     }
     file.close();
 
-    QZipReader reader(_qstrArchive);
-    if (reader.status() != QZipReader::NoError || !reader.isReadable()) {
-        _qstrError = "cannot read the zip archive " + _qstrArchive;
+    int iError = 0;
+    zip_t* pZip = zip_open(QFile::encodeName(_qstrArchive).constData(), ZIP_RDONLY, &iError);
+    if (pZip == nullptr) {
+        zip_error_t error;
+        zip_error_init_with_code(&error, iError);
+        _qstrError = (iError == ZIP_ER_NOZIP ? "not a zip archive: " : "cannot read the zip archive ") +
+                     _qstrArchive + " (" + QString::fromUtf8(zip_error_strerror(&error)) + ")";
+        zip_error_fini(&error);
         return false;
     }
-    const QVector<QZipReader::FileInfo> vecEntries = reader.fileInfoList();
-    for (const QZipReader::FileInfo& entry : vecEntries) {
-        if (!entry.isFile) {
+    const zip_int64_t iEntries = zip_get_num_entries(pZip, 0);
+    for (zip_int64_t i = 0; i < iEntries; ++i) {
+        zip_stat_t stat;
+        if (zip_stat_index(pZip, static_cast<zip_uint64_t>(i), 0, &stat) != 0 ||
+            (stat.valid & ZIP_STAT_NAME) == 0) {
             continue;
         }
-        const int iSlash = entry.filePath.indexOf('/');
-        STRUCT_Folder& folder = m_mapFolders[iSlash > 0 ? entry.filePath.left(iSlash) : QString()];
+        const QString qstrName = QString::fromUtf8(stat.name);
+        if (qstrName.endsWith('/')) {
+            continue;
+        }
+        const int iSlash = qstrName.indexOf('/');
+        STRUCT_Folder& folder = m_mapFolders[iSlash > 0 ? qstrName.left(iSlash) : QString()];
         ++folder.iFiles;
-        folder.iBytes += entry.size;
+        folder.iBytes += (stat.valid & ZIP_STAT_SIZE) != 0 ? static_cast<qint64>(stat.size) : 0;
         ++m_iFiles;
     }
-    // The reader reports no error for a file that is no zip at all; it only finds no entries.
+    zip_discard(pZip);
     if (m_iFiles == 0) {
-        _qstrError = "not a zip archive, or one without files: " + _qstrArchive;
+        _qstrError = "the archive holds no files: " + _qstrArchive;
         return false;
     }
     return true;

@@ -11,7 +11,7 @@ namespace ClientSetup {
 // messages of this program; the log file keeps everything. HX_LOG_LEVEL, when set, still wins.
 void QuietLogUnlessAsked();
 
-// Qt's own warnings ("QZip: not a zip file!") go to the log instead of standard error, where only this
+// Qt's own warnings go to the log instead of standard error, where only this
 // program's one-line messages belong. A fatal message still reaches standard error.
 void RouteQtMessagesToLog();
 
