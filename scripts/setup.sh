@@ -8,7 +8,7 @@ build_dir="${1:-$here/build}"
 shift || true
 
 packages=(cmake ninja-build g++ qtbase5-dev qtbase5-private-dev libqt5sql5-sqlite qttools5-dev-tools qttools5-dev
-          zlib1g-dev zip unzip)
+          zlib1g-dev libzip-dev pkg-config zip unzip python3)
 missing=()
 for pkg in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
