@@ -61,8 +61,6 @@ src="$work/src"
 manifest="$work/src.manifest"
 out="$work/out"
 logs="$work/logs"
-rm -rf "$out" "$logs"
-mkdir -p "$logs"
 
 # The source is kept between invocations while its parameters match and no failed restore damaged it.
 src_valid=0
@@ -71,6 +69,7 @@ src_valid=0
 # Free space: the source when it must be made, then at most three copies of it at once (HxClient's
 # staging copy and archive, or its archive and unpack folder beside the restored data) plus the 5 GiB
 # HxClient keeps free.
+rm -rf "$out" "$logs"
 [ "$src_valid" = 1 ] || rm -rf "$src" "$manifest"
 data_bytes=$(python3 "$here/bench/make_data.py" --estimate "${gen_args[@]}")
 needed=$(( (4 - src_valid) * data_bytes + (5 << 30) ))
@@ -79,6 +78,8 @@ if [ "$avail" -lt "$needed" ]; then
     echo "too little free space in $work: $((avail >> 30)) GiB, the run needs about $((needed >> 30)) GiB" >&2
     exit 1
 fi
+
+mkdir -p "$logs"
 
 if [ "$src_valid" = 0 ]; then
     echo "== generating about $((data_bytes >> 20)) MiB of client data in $src (${gen_args[*]})"
@@ -121,7 +122,7 @@ measure() {
     local log="$logs/$name.time"
     if ! (cd "$dir" && /usr/bin/time -v -o "$log" "$@" >"$logs/$name.out" 2>"$logs/$name.err"); then
         echo "   $name failed; last lines of $logs/$name.err and .out:" >&2
-        tail -3 "$logs/$name.err" "$logs/$name.out" >&2
+        tail -n 3 "$logs/$name.err" "$logs/$name.out" >&2
         record "$name" fail fail 0
         failed=1
         sync
