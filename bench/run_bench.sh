@@ -136,6 +136,18 @@ measure() {
     printf '   %-15s %8.2f s %8d MiB\n' "$name" "$wall" $((rss / 1024))
 }
 size_record() { record "$1" 0 0 "$(du -sb "$2" | cut -f1)"; }
+file_bytes() { (cd "$1" && find "${@:2}" -type f -printf '%s\n' | awk '{s += $1} END {print s + 0}'); }
+
+# complete NAME DIR: the other tools' results are not verified byte for byte, but one that left files out
+# must not pass as fast.
+complete() {
+    local got
+    got=$(file_bytes "$2" .)
+    [ "$got" = "$expected_bytes" ] && return 0
+    echo "   $1 wrote $got bytes of files, the source has $expected_bytes" >&2
+    record "$1" fail fail 0
+    failed=1
+}
 
 # Each HxClient restore must bring back what the backup took: the checked files are removed first, so
 # that a restore that writes nothing cannot pass.
@@ -169,8 +181,8 @@ run_tar_zstd() {
     measure tar_backup "$src" bash -c 'set -o pipefail; tar cf - "${@:2}" | zstd -q -T2 -3 -o "$1"' \
         bash "$out/bench.tar.zst" "${items[@]}" &&
     size_record tar_size "$out/bench.tar.zst" &&
-    measure tar_restore "$out/x" bash -c 'set -o pipefail; zstd -dcq "$1" | tar xf -' bash "$out/bench.tar.zst" ||
-        true
+    measure tar_restore "$out/x" bash -c 'set -o pipefail; zstd -dcq "$1" | tar xf -' bash "$out/bench.tar.zst" &&
+    complete tar_restore "$out/x" || true
     rm -rf "$out"
 }
 
@@ -180,7 +192,8 @@ run_borg() {
     borg init --encryption none "$out/borg" >/dev/null
     measure borg_backup "$src" borg create --compression lz4 "$out/borg::bench" "${items[@]}" &&
     size_record borg_size "$out/borg" &&
-    measure borg_restore "$out/x" borg extract "$out/borg::bench" || true
+    measure borg_restore "$out/x" borg extract "$out/borg::bench" &&
+    complete borg_restore "$out/x" || true
     rm -rf "$out"
 }
 
@@ -190,13 +203,14 @@ run_restic() {
     restic init -q --repository-version 2 -r "$out/restic" >/dev/null
     measure restic_backup "$src" restic -q -r "$out/restic" backup "${items[@]}" &&
     size_record restic_size "$out/restic" &&
-    measure restic_restore "$out" restic -q -r "$out/restic" restore latest --target "$out/x" || true
+    measure restic_restore "$out" restic -q -r "$out/restic" restore latest --target "$out/x" &&
+    complete restic_restore "$out/x" || true
     rm -rf "$out"
 }
 
 run_cp() {
     mkdir -p "$out/cp"
-    measure cp_copy "$src" cp -r --parents "${items[@]}" "$out/cp" || true
+    measure cp_copy "$src" cp -r --parents "${items[@]}" "$out/cp" && complete cp_copy "$out/cp" || true
     rm -rf "$out"
 }
 
@@ -207,6 +221,7 @@ for run in $(seq 1 "$runs"); do
     echo "== run $run of $runs"
     rm -rf "$out"
     run_hxclient || break
+    expected_bytes=$(file_bytes "$src" "${items[@]}")
     run_tar_zstd
     run_borg
     run_restic
