@@ -46,6 +46,10 @@ CLS_MainWindow::CLS_MainWindow(CLS_ModuleHost& _host, QWidget* _pParent)
     pLayout->addLayout(pButtons);
     setCentralWidget(pCentral);
     m_pStatus = new QLabel(this);
+    // A long archive path must not widen the window.
+    m_pStatus->setMinimumWidth(1);
+    m_pStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_pStatus->installEventFilter(this);
     statusBar()->addWidget(m_pStatus, 1);
     BuildMenu();
 
@@ -59,7 +63,20 @@ CLS_MainWindow::CLS_MainWindow(CLS_ModuleHost& _host, QWidget* _pParent)
 
 QString CLS_MainWindow::StatusText() const
 {
-    return m_pStatus->text();
+    return m_qstrStatus;
+}
+
+void CLS_MainWindow::SetStatus(const QString& _qstrText)
+{
+    m_qstrStatus = _qstrText;
+    m_pStatus->setToolTip(_qstrText);
+    ElideStatus();
+}
+
+void CLS_MainWindow::ElideStatus()
+{
+    const int iWidth = m_pStatus->contentsRect().width() - 2 * m_pStatus->margin();
+    m_pStatus->setText(m_pStatus->fontMetrics().elidedText(m_qstrStatus, Qt::ElideMiddle, qMax(iWidth, 1)));
 }
 
 void CLS_MainWindow::BuildMenu()
@@ -85,6 +102,8 @@ bool CLS_MainWindow::eventFilter(QObject* _pWatched, QEvent* _pEvent)
 {
     if (_pWatched == m_pForm && (_pEvent->type() == QEvent::Hide || _pEvent->type() == QEvent::Show)) {
         UpdateActions();
+    } else if (_pWatched == m_pStatus && _pEvent->type() == QEvent::Resize) {
+        ElideStatus();
     }
     return QMainWindow::eventFilter(_pWatched, _pEvent);
 }
@@ -122,8 +141,8 @@ void CLS_MainWindow::SlotAnswer(QString _qstrUuid, QString _qstrKey, QVariantMap
     }
     const QString qstrFolder = _qmapResult.value("BackUpFileSavePath").toString();
     if (_qmapResult.value("__result__").toString() != "success" || qstrFolder.isEmpty()) {
-        m_pStatus->setText("No backup folder is saved in the settings.");
-        QMessageBox::warning(this, windowTitle(), m_pStatus->text());
+        SetStatus("No backup folder is saved in the settings.");
+        QMessageBox::warning(this, windowTitle(), m_qstrStatus);
         return;
     }
     OpenProgressDialog(qstrFolder);
@@ -138,8 +157,8 @@ void CLS_MainWindow::OpenProgressDialog(const QString& _qstrFolder)
     // The view's class lives in the module's own copy of the framework: recognised by name, not by cast.
     if (pDialog == nullptr || !pDialog->inherits("CLS_ViewBasic")) {
         delete pDialog;
-        m_pStatus->setText("The backup module has no progress dialog.");
-        QMessageBox::warning(this, windowTitle(), m_pStatus->text());
+        SetStatus("The backup module has no progress dialog.");
+        QMessageBox::warning(this, windowTitle(), m_qstrStatus);
         return;
     }
     auto* pView = static_cast<CLS_ViewBasic*>(pDialog);
@@ -153,7 +172,7 @@ void CLS_MainWindow::OpenProgressDialog(const QString& _qstrFolder)
     QVariantMap qmapResult;
     pView->TaskRequestHandler("BackUp", {{"BackUpPath", _qstrFolder}}, FunctionUtil::GetNewGUID(),
                               qmapResult);
-    m_pStatus->setText("Backing up into " + _qstrFolder + " ...");
+    SetStatus("Backing up into " + _qstrFolder + " ...");
     UpdateActions();
 }
 
@@ -162,7 +181,7 @@ void CLS_MainWindow::SlotProgress(int _iRate, QString _qstrText)
     if (!IsBackUpRunning() || m_cancel.IsRequested()) {
         return;
     }
-    m_pStatus->setText(QString("Backing up into %1: %2% %3").arg(m_qstrRunFolder).arg(_iRate).arg(_qstrText));
+    SetStatus(QString("Backing up into %1: %2% %3").arg(m_qstrRunFolder).arg(_iRate).arg(_qstrText));
 }
 
 void CLS_MainWindow::SlotDialogGone(QObject* _pDialog)
@@ -180,7 +199,7 @@ void CLS_MainWindow::CancelRun()
         return;
     }
     m_cancel.Request();
-    m_pStatus->setText("Cancelling the backup; waiting for it to clean up...");
+    SetStatus("Cancelling the backup; waiting for it to clean up...");
 }
 
 void CLS_MainWindow::SlotViewAnswer(QString _qstrKey, QVariantMap _qmapResult)
@@ -200,12 +219,12 @@ void CLS_MainWindow::RunEnded(const QVariantMap& _qmapResult)
     int iExitCode = ExitCode::kSuccess;
     if (blSucceeded) {
         // The run may have finished before the cancel reached it: then there is an archive all the same.
-        m_pStatus->setText("Last archive: " + _qmapResult.value("BackUpPath").toString());
+        SetStatus("Last archive: " + _qmapResult.value("BackUpPath").toString());
     } else if (m_cancel.IsRequested()) {
-        m_pStatus->setText("Backup " + BackUpOutcomeText::Cancelled());
+        SetStatus("Backup " + BackUpOutcomeText::Cancelled());
         iExitCode = ExitCode::kInterrupted;
     } else {
-        m_pStatus->setText(BackUpOutcomeText::Failed(_qmapResult));
+        SetStatus(BackUpOutcomeText::Failed(_qmapResult));
         iExitCode = ExitCode::kFailure;
     }
     m_cancel.Reset();

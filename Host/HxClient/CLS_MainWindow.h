@@ -54,6 +54,9 @@ private:
     void CancelRun();
     void RunEnded(const QVariantMap& _qmapResult);
     void UpdateActions();
+    // The whole text stays readable in the tool tip and in StatusText; the bar shows what fits.
+    void SetStatus(const QString& _qstrText);
+    void ElideStatus();
 
     CLS_ModuleHost& m_host;
     CLS_BackUpCancel m_cancel;
@@ -63,6 +66,7 @@ private:
     QAction* m_pBackUpAction = nullptr;
     QAction* m_pSettingsAction = nullptr;
     QLabel* m_pStatus = nullptr;
+    QString m_qstrStatus;
     QString m_qstrSettingsRequest;
     QPointer<QWidget> m_pDialog;
     // The view that sent the running backup: its answer carries it as "__object__". Null when idle.

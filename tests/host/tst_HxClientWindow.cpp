@@ -3,11 +3,13 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QTranslator>
 #include <QtTest>
 
 #include "../engine/EngineTestSupport.h"
@@ -28,6 +30,35 @@ QList<QWidget*> ProgressDialogs()
         }
     }
     return lstDialogs;
+}
+
+// Labels that their layout made narrower than their text, so that the text wraps.
+QStringList WrappedLabels(QWidget* _pView)
+{
+    QStringList lstWrapped;
+    for (QLabel* pLabel : _pView->findChildren<QLabel*>()) {
+        const int iNeeded = pLabel->fontMetrics().horizontalAdvance(pLabel->text()) + 2 * pLabel->margin();
+        if (pLabel->isVisible() && pLabel->wordWrap() && pLabel->contentsRect().width() < iNeeded) {
+            lstWrapped << pLabel->objectName();
+        }
+    }
+    return lstWrapped;
+}
+
+// The first column left of which a line edit shows only its frame and background: where its text starts.
+int FirstInkColumn(QWidget* _pField)
+{
+    const QImage image = _pField->grab().toImage();
+    const QRgb background = image.pixel(image.width() - 4, image.height() / 2);
+    for (int x = 2; x < image.width() - 4; ++x) {
+        for (int y = 3; y < image.height() - 3; ++y) {
+            const QRgb pixel = image.pixel(x, y);
+            if (qAbs(qGray(pixel) - qGray(background)) > 40) {
+                return x;
+            }
+        }
+    }
+    return -1;
 }
 
 QStringList Entries(const QString& _qstrFolder)
@@ -69,6 +100,7 @@ private Q_SLOTS:
     void formComesBackWithTheStoredSettings();
     void wayOutDuringRunCancelsAndWaits_data();
     void wayOutDuringRunCancelsAndWaits();
+    void skinFitsTheFormAndTheMessageBox();
 
 private:
     // A fresh save folder in the settings, or the given path as it is.
@@ -92,6 +124,14 @@ void tst_HxClientWindow::initTestCase()
         QVERIFY(
             EngineTest::WriteFile(m_dir.filePath(QString("data/FacePicture/face%1.jpg").arg(i)), baPicture));
     }
+    // The English texts, as the program installs them: the skin is measured against what users read.
+    const QDir qmDir(QCoreApplication::applicationDirPath() + "/translations");
+    for (const QString& qstrFile : qmDir.entryList({"*_en.qm"}, QDir::Files)) {
+        auto* pTranslator = new QTranslator(this);
+        QVERIFY(pTranslator->load(qmDir.filePath(qstrFile)));
+        QCoreApplication::installTranslator(pTranslator);
+    }
+    QVERIFY(!qmDir.entryList({"*_en.qm"}, QDir::Files).isEmpty());
     m_pHost = std::make_unique<CLS_ModuleHost>();
     QString qstrError;
     QVERIFY2(m_pHost->Load(qstrError), qPrintable(qstrError));
@@ -302,6 +342,59 @@ void tst_HxClientWindow::wayOutDuringRunCancelsAndWaits()
     QTRY_VERIFY_WITH_TIMEOUT(pDialog.isNull(), kRunMs);
     QCoreApplication::processEvents();
     QCOMPARE(finished.size(), 1);
+}
+
+void tst_HxClientWindow::skinFitsTheFormAndTheMessageBox()
+{
+    QVERIFY(!UseSaveFolder("skin").isEmpty());
+    CLS_MainWindow window(*m_pHost);
+    window.show();
+    auto* pForm = window.findChild<QWidget*>("CLS_FrmBackUp");
+    QVERIFY(pForm != nullptr);
+    QTRY_VERIFY_WITH_TIMEOUT(!pForm->findChild<QLineEdit*>("lineEdit_SavePath")->text().isEmpty(), kRunMs);
+    QCOMPARE(WrappedLabels(pForm), QStringList());
+
+    // The form on its own, at its smallest.
+    std::unique_ptr<QWidget> pSmall(m_pHost->CreateView({}));
+    pSmall->show();
+    pSmall->resize(pSmall->minimumSize());
+    QTRY_COMPARE(pSmall->size(), pSmall->minimumSize());
+    QCOMPARE(WrappedLabels(pSmall.get()), QStringList());
+
+    // A placeholder starts where typed text does: both begin with the digit 1.
+    auto* pCount = pSmall->findChild<QLineEdit*>("lineEdit_SaveCount");
+    auto* pInterval = pSmall->findChild<QLineEdit*>("lineEdit_SaveInterval");
+    QVERIFY(pCount != nullptr && pInterval != nullptr);
+    pCount->clear();
+    pInterval->setText("1");
+    const int iPlaceholder = FirstInkColumn(pCount);
+    const int iText = FirstInkColumn(pInterval);
+    QVERIFY2(iPlaceholder > 0 && qAbs(iPlaceholder - iText) <= 1,
+             qPrintable(QString("placeholder at %1, text at %2").arg(iPlaceholder).arg(iText)));
+
+    // The message box of an empty field: its text stays beside the icon.
+    QRect textRect;
+    QRect iconRect;
+    QTimer::singleShot(0, [&]() {
+        QTRY_VERIFY_WITH_TIMEOUT(QApplication::activeModalWidget() != nullptr, kRunMs);
+        auto* pBox = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        QVERIFY(pBox != nullptr);
+        QCoreApplication::processEvents();
+        if (auto* pText = pBox->findChild<QLabel*>("qt_msgbox_label")) {
+            textRect = pText->geometry();
+        }
+        if (auto* pIcon = pBox->findChild<QLabel*>("qt_msgboxex_icon_label")) {
+            iconRect = QRect(pIcon->geometry().topLeft(),
+                             pIcon->pixmap(Qt::ReturnByValue).size() / pIcon->devicePixelRatioF());
+        }
+        pBox->done(QMessageBox::Ok);
+    });
+    pSmall->findChild<QPushButton*>("pushButton_Save")->click();
+    QVERIFY(textRect.isValid() && iconRect.isValid());
+    QVERIFY2(
+        textRect.left() - iconRect.right() < 40,
+        qPrintable(QString("icon ends at %1, text starts at %2").arg(iconRect.right()).arg(textRect.left())));
+    QVERIFY(textRect.width() >= 260);
 }
 
 QTEST_MAIN(tst_HxClientWindow)
