@@ -61,6 +61,19 @@ CLS_MainWindow::CLS_MainWindow(CLS_ModuleHost& _host, QWidget* _pParent)
     UpdateActions();
 }
 
+CLS_MainWindow::~CLS_MainWindow()
+{
+    // The dialog and the form are children, deleted by the base class when this is no longer a whole
+    // window: nothing of theirs may reach it then.
+    if (m_pDialog != nullptr) {
+        disconnect(m_pDialog, nullptr, this, nullptr);
+    }
+    if (m_pForm != nullptr) {
+        m_pForm->removeEventFilter(this);
+    }
+    m_pStatus->removeEventFilter(this);
+}
+
 QString CLS_MainWindow::StatusText() const
 {
     return m_qstrStatus;

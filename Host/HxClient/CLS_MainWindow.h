@@ -22,6 +22,7 @@ class CLS_MainWindow : public QMainWindow
 
 public:
     explicit CLS_MainWindow(CLS_ModuleHost& _host, QWidget* _pParent = nullptr);
+    ~CLS_MainWindow() override;
 
     bool IsBackUpRunning() const { return m_pRunView != nullptr; }
     QString StatusText() const;
