@@ -175,6 +175,10 @@ void tst_HxClientWindow::backUpNowReportsTheArchive()
     const QString qstrFolder = UseSaveFolder("archives");
     QVERIFY(!qstrFolder.isEmpty());
     CLS_MainWindow window(*m_pHost);
+    // Connected after the window: what the status says once the window has taken each progress report.
+    QStringList lstProgressStatus;
+    connect(m_pHost.get(), &CLS_ModuleHost::SignProgress, &window,
+            [&]() { lstProgressStatus << window.StatusText(); });
     window.show();
     QVERIFY(window.centralWidget()->findChild<QWidget*>("CLS_FrmBackUp") != nullptr);
     QPointer<QWidget> pDialog = StartBackUp(window);
@@ -187,6 +191,11 @@ void tst_HxClientWindow::backUpNowReportsTheArchive()
     QVERIFY(pBar != nullptr);
     QTRY_COMPARE_WITH_TIMEOUT(pBar->value(), 100, kRunMs);
     QTRY_VERIFY_WITH_TIMEOUT(!window.IsBackUpRunning(), kRunMs);
+    QVERIFY(!lstProgressStatus.isEmpty());
+    const QRegularExpression reProgress("^Backing up into " + QRegularExpression::escape(qstrFolder) +
+                                        ": \\d+% \\S");
+    QVERIFY2(lstProgressStatus.filter(reProgress).size() == lstProgressStatus.size(),
+             qPrintable(lstProgressStatus.join('\n')));
     const QStringList lstArchives = Entries(qstrFolder);
     QCOMPARE(lstArchives.size(), 1);
     QVERIFY(lstArchives.first().endsWith(".zip"));
