@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds the backup module and a small picture tool, then saves pictures of the module's views with the
-# English texts: the settings form, and the progress dialog while a real backup runs and when it is done.
+# Builds the backup module and a small picture tool, then saves pictures with the English texts: the
+# window of `HxClient gui` with the settings form, the form at its minimum size, and the progress dialog
+# while a real backup runs and when it is done.
 # Runs under Xvfb when xvfb-run is installed, otherwise on Qt's offscreen platform.
-# Usage: scripts/screenshots.sh [OUTPUT_DIR] [BUILD_DIR]     (defaults: build/screenshots, build)
+# Usage: scripts/screenshots.sh [OUTPUT_DIR] [BUILD_DIR]     (defaults: docs, build)
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-out="$(mkdir -p "${1:-$here/build/screenshots}" && cd "${1:-$here/build/screenshots}" && pwd)"
+out="$(mkdir -p "${1:-$here/docs}" && cd "${1:-$here/docs}" && pwd)"
 build_dir="${2:-$here/build}"
 
 if [ ! -f "$build_dir/build.ninja" ]; then

@@ -126,7 +126,11 @@ void CLS_ModuleHost::SlotHandlerResult(QString _qstrBusinessKey, QVariantMap _qm
 void CLS_ModuleHost::SlotPresenterResult(QString _qstrBusinessKey, QVariantMap _qmapParam,
                                          QString _qstrBusinessUUID)
 {
-    if (_qstrBusinessUUID != kNotifyId || _qstrBusinessKey != "ProcessUpdate") {
+    if (_qstrBusinessUUID != kNotifyId) {
+        Q_EMIT SignViewAnswer(_qstrBusinessKey, _qmapParam);
+        return;
+    }
+    if (_qstrBusinessKey != "ProcessUpdate") {
         return;
     }
     // An unchanged rate comes with "IsSend" false.

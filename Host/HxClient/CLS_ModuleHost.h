@@ -45,6 +45,9 @@ Q_SIGNALS:
     void SignAnswer(QString _qstrUuid, QString _qstrKey, QVariantMap _qmapResult);
     // A "ProcessUpdate" notification that asks to be shown.
     void SignProgress(int _iRate, QString _qstrText);
+    // The presenter's answer to a request that one of the module's views sent (the progress dialog's
+    // "BackUp"); "__object__" names the view.
+    void SignViewAnswer(QString _qstrKey, QVariantMap _qmapResult);
 
 private Q_SLOTS:
     void SlotHandlerResult(QString _qstrBusinessKey, QVariantMap _qmapParam, QString _qstrBusinessUUID);

@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QPointer>
 
+#include "BackUpOutcomeText.h"
 #include "CLS_CommandParser.h"
 #include "CLS_MainWindow.h"
 #include "CLS_ModuleHost.h"
@@ -15,7 +16,8 @@ int Gui(const QStringList& _lstArgs)
     CLS_CommandParser parser(
         "gui", "",
         "Opens a window with the module's settings form and a \"Back up now\" button that "
-        "opens the module's progress dialog. Closing the window (or Ctrl-C) ends it.");
+        "opens the module's progress dialog. Closing the window, Quit or Ctrl-C ends it; during a "
+        "backup they cancel the run and wait for it to clean up (exit status 130).");
     int iExit = ExitCode::kSuccess;
     if (!parser.Parse(_lstArgs, 0, 0, iExit)) {
         return iExit;
@@ -24,11 +26,20 @@ int Gui(const QStringList& _lstArgs)
     if (!StartClient(host, parser.Command())) {
         return ExitCode::kFailure;
     }
-    CLS_SignalWatcher watcher;
-    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, qApp, &QApplication::closeAllWindows);
     int iResult = ExitCode::kSuccess;
     {
         CLS_MainWindow window(host);
+        // The window says when it is done: after a run that a way out cancelled, not before the run has
+        // cleaned up.
+        QApplication::setQuitOnLastWindowClosed(false);
+        QObject::connect(&window, &CLS_MainWindow::SignFinished, qApp, &QCoreApplication::exit);
+        CLS_SignalWatcher watcher;
+        QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &window, [&window]() {
+            if (window.IsBackUpRunning()) {
+                ClientOutput::Print("Cancelling the backup; waiting for the run to end...");
+            }
+            window.Quit();
+        });
         window.show();
         ClientOutput::Print("Window open; close it (or press Ctrl-C) to quit.");
         iResult = QApplication::exec();
@@ -42,6 +53,9 @@ int Gui(const QStringList& _lstArgs)
         if (pWidget != nullptr && pWidget->parentWidget() == nullptr) {
             delete pWidget.data();
         }
+    }
+    if (iResult == ExitCode::kInterrupted) {
+        ClientOutput::PrintError(parser.Command(), BackUpOutcomeText::Cancelled());
     }
     return iResult;
 }

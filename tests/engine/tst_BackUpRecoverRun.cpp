@@ -68,6 +68,8 @@ private Q_SLOTS:
     void progress();
     void failedRun_data();
     void failedRun();
+    void runLogLinesNameBackUpData_data();
+    void runLogLinesNameBackUpData();
     void emptyCallBackThrowsAfterTheFirstSource();
     void backupComesBack();
     void sameFolderNameGoesToBothSources();
@@ -382,6 +384,49 @@ void tst_BackUpRecoverRun::failedRun()
     }
     QCOMPARE(QString::fromStdString(Param::GetParam("ModuleBackUp", "BackUpPath", "none")), QString("none"));
     QCOMPARE(SaveFolder(), QStringList());
+}
+
+void tst_BackUpRecoverRun::runLogLinesNameBackUpData_data()
+{
+    QTest::addColumn<int>("cancelAt"); // -1: nothing to pack, so the packing fails
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("cancel while copying") << 6 << "backup cancel [ qstrSavePath :";
+    QTest::newRow("cancel while renaming database files") << 41 << "backup cancel [ qstrSavePath :";
+    QTest::newRow("cancel before packing") << 49 << "backup cancel [ qstrSavePath :";
+    QTest::newRow("cancel while packing") << 64 << " BackUpData DirToZip failed [qstrSaveSourcePath ";
+    QTest::newRow("failed packing") << -1 << " BackUpData DirToZip failed [qstrSaveSourcePath ";
+}
+
+void tst_BackUpRecoverRun::runLogLinesNameBackUpData()
+{
+    QFETCH(int, cancelAt);
+    QFETCH(QString, expected);
+    if (cancelAt >= 0) {
+        QVERIFY(MakeClient());
+        QVERIFY(!BackUp(cancelAt));
+    } else {
+        CLS_BackUpRun run(*Presenter(), Save(), Recorder(), m_qmapResult);
+        QVERIFY(!run.Run({}));
+    }
+    // "<date> <time> [LEVEL] [thread] <module> <file>:<line> <function> - <message>"
+    const QRegularExpression reLine(
+        "^\\S+ \\S+ \\[[^\\]]*\\] \\[[^\\]]*\\] \\S+ (\\S+):(-?\\d+) (\\S*) - (.*)$");
+    int iRunLines = 0;
+    bool blExpectedSeen = false;
+    for (const QString& qstrLine : LogLines(Data())) {
+        const QRegularExpressionMatch match = reLine.match(qstrLine);
+        // Lines of a message that spans several are not lines of their own.
+        if (!match.hasMatch() || match.captured(1) != "CLS_BackUpPresenter_BackUpRun.cpp") {
+            continue;
+        }
+        ++iRunLines;
+        blExpectedSeen = blExpectedSeen || match.captured(4).contains(expected);
+        // The host's log tools find a run's lines by this function name and a line number of the source.
+        QVERIFY2(match.captured(3) == "BackUpData", qPrintable(qstrLine));
+        QVERIFY2(match.captured(2).toInt() > 0, qPrintable(qstrLine));
+    }
+    QVERIFY(iRunLines > 0);
+    QVERIFY(blExpectedSeen);
 }
 
 void tst_BackUpRecoverRun::emptyCallBackThrowsAfterTheFirstSource()

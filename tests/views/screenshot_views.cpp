@@ -1,12 +1,13 @@
-// Opens the built backup module as the client does (dlopen, GetModule, InitModule, CreateView), with the
-// English texts installed, and saves PNG pictures of the settings form with saved settings loaded
-// (backup_settings.png) and of the progress dialog of a real backup, running and done
-// (backup_progress_running.png, backup_progress_done.png).
+// Opens the window of `HxClient gui` on the built backup module (loaded as the client does: dlopen,
+// GetModule, InitModule, CreateView), with the English texts installed, and saves PNG pictures:
+// the window with saved settings loaded at its default size (hxclient_window.png), the settings form at
+// its minimum size with one field empty (backup_settings_min.png), its message for that field
+// (backup_message.png), the progress dialog of a real backup, running and done
+// (backup_progress_running.png, backup_progress_done.png), and the window after the run
+// (hxclient_window_done.png).
 // Usage: HX_DATA_PATH=<scratch folder, which the backup reads> screenshot_views <output folder>
 #include <cstdio>
 #include <memory>
-
-#include <dlfcn.h>
 
 #include <QApplication>
 #include <QDir>
@@ -20,11 +21,9 @@
 #include <QRandomGenerator>
 #include <QTimer>
 #include <QTranslator>
-#include <QUuid>
 
-#include "CLS_ModuleBasic.h"
-#include "CLS_ViewBasic.h"
-#include "Util.h"
+#include "CLS_MainWindow.h"
+#include "CLS_ModuleHost.h"
 
 namespace {
 
@@ -61,9 +60,32 @@ bool WaitFor(Condition _condition, int _iTimeoutMs)
 bool Save(QWidget* _pWidget, const QString& _qstrPath)
 {
     QCoreApplication::processEvents();
-    const bool blSaved = _pWidget->grab().save(_qstrPath, "PNG");
-    std::printf("%s %s\n", blSaved ? "saved" : "could not save", qPrintable(_qstrPath));
+    const bool blSaved = _pWidget->grab().save(_qstrPath, "PNG", 0);
+    std::printf("%s %s (%dx%d)\n", blSaved ? "saved" : "could not save", qPrintable(_qstrPath),
+                _pWidget->width(), _pWidget->height());
     return blSaved;
+}
+
+// Labels that the layout made narrower than their text, so that the text wraps.
+void ReportWrappedLabels(QWidget* _pView, const char* _pWhere)
+{
+    for (QLabel* pLabel : _pView->findChildren<QLabel*>()) {
+        const int iNeeded = pLabel->fontMetrics().horizontalAdvance(pLabel->text()) + 2 * pLabel->margin();
+        if (pLabel->isVisible() && pLabel->wordWrap() && pLabel->contentsRect().width() < iNeeded) {
+            std::printf("%s: label %s wraps (%d px for %d px of text)\n", _pWhere,
+                        qPrintable(pLabel->objectName()), pLabel->contentsRect().width(), iNeeded);
+        }
+    }
+}
+
+QWidget* ProgressDialog()
+{
+    for (QWidget* pWidget : QApplication::topLevelWidgets()) {
+        if (pWidget->isVisible() && QByteArray(pWidget->metaObject()->className()) == "CLS_BackUpProcess") {
+            return pWidget;
+        }
+    }
+    return nullptr;
 }
 
 int Fail(const char* _pWhy)
@@ -94,68 +116,90 @@ int main(int argc, char* argv[])
         }
     }
 
-    const std::string strLibrary = Util::GetModulePath() + "/" + Util::LibraryFileName("ModuleBackUp");
-    void* pHandle = dlopen(strLibrary.c_str(), RTLD_NOW);
-    auto pGetModule =
-        reinterpret_cast<PFN_GetModule>(pHandle != nullptr ? dlsym(pHandle, "GetModule") : nullptr);
-    std::unique_ptr<CLS_ModuleBasic> pModule(pGetModule != nullptr ? pGetModule() : nullptr);
-    if (pModule == nullptr) {
-        return Fail("cannot open the module, or it has no GetModule");
+    CLS_ModuleHost host;
+    QString qstrError;
+    if (!host.Load(qstrError)) {
+        return Fail(qPrintable(qstrError));
     }
-    pModule->InitModule({});
-
-    // The module keeps its own copy of the framework's meta-objects: its signal is connected by signature.
-    QEventLoop saving;
-    QObject::connect(pModule.get(), SIGNAL(SignHandlerRsulted(QString, QVariantMap, QString)), &saving,
-                     SLOT(quit()));
-    QTimer::singleShot(10000, &saving, &QEventLoop::quit);
     const QString qstrArchives = qstrData + "/archives";
-    pModule->TaskRequest("SaveSettint",
-                         {{"AutoEnable", true},
-                          {"BackUpCount", "3"},
-                          {"BackUpFileSavePath", qstrArchives + "/AutoBackUp"},
-                          {"AutoBackUpInteval", "7"}},
-                         QUuid::createUuid().toString());
-    saving.exec();
-    std::unique_ptr<QWidget> pForm(pModule->CreateView({{"ViewType", "default"}}));
-    pForm->show();
-    auto* pPath = pForm->findChild<QLineEdit*>("lineEdit_SavePath");
-    if (pPath == nullptr || !WaitFor([&]() { return !pPath->text().isEmpty(); }, 10000)) {
-        return Fail("the settings form did not load the saved settings");
-    }
-    pPath->setCursorPosition(0);
-    bool blAllSaved = Save(pForm.get(), qstrOutput + "/backup_settings.png");
-    pForm->close();
+    QVariantMap qmapSaved;
+    host.Request("SaveSettint",
+                 {{"AutoEnable", true},
+                  {"BackUpCount", "3"},
+                  {"BackUpFileSavePath", qstrArchives},
+                  {"AutoBackUpInteval", "7"}},
+                 qmapSaved, 10000);
 
-    QWidget* pDialog = pModule->CreateView({{"ViewType", "BackUpProcess"}});
-    if (pDialog == nullptr || !pDialog->inherits("CLS_ViewBasic")) {
-        return Fail("the module made no progress dialog");
+    // The window and the dialog go before the module does.
+    bool blAllSaved = true;
+    bool blRunningShot = false;
+    {
+        CLS_MainWindow window(host);
+        window.show();
+        auto* pForm = window.findChild<QWidget*>("CLS_FrmBackUp");
+        auto* pPath = pForm != nullptr ? pForm->findChild<QLineEdit*>("lineEdit_SavePath") : nullptr;
+        if (pPath == nullptr || !WaitFor([&]() { return !pPath->text().isEmpty(); }, 10000)) {
+            return Fail("the settings form did not load the saved settings");
+        }
+        pPath->setCursorPosition(0);
+        ReportWrappedLabels(&window, "window at its default size");
+        blAllSaved = Save(&window, qstrOutput + "/hxclient_window.png") && blAllSaved;
+
+        // The form on its own at its smallest.
+        {
+            std::unique_ptr<QWidget> pSmall(host.CreateView({}));
+            pSmall->show();
+            pSmall->resize(pSmall->minimumSize());
+            auto* pSmallPath = pSmall->findChild<QLineEdit*>("lineEdit_SavePath");
+            WaitFor([&]() { return pSmallPath != nullptr && !pSmallPath->text().isEmpty(); }, 10000);
+            if (pSmallPath != nullptr) {
+                pSmallPath->setCursorPosition(0);
+            }
+            // An empty field shows its placeholder, in line with the text of the others.
+            if (auto* pCount = pSmall->findChild<QLineEdit*>("lineEdit_SaveCount")) {
+                pCount->clear();
+            }
+            ReportWrappedLabels(pSmall.get(), "form at its minimum size");
+            blAllSaved = Save(pSmall.get(), qstrOutput + "/backup_settings_min.png") && blAllSaved;
+
+            // Save with that field empty: the message box, which runs its own event loop.
+            QTimer::singleShot(0, [&]() {
+                WaitFor([]() { return QApplication::activeModalWidget() != nullptr; }, 10000);
+                if (QWidget* pBox = QApplication::activeModalWidget()) {
+                    blAllSaved = Save(pBox, qstrOutput + "/backup_message.png") && blAllSaved;
+                    pBox->close();
+                }
+            });
+            if (auto* pSave = pSmall->findChild<QPushButton*>("pushButton_Save")) {
+                pSave->click();
+            }
+        }
+
+        window.findChild<QPushButton*>("pushButton_HostBackUp")->click();
+        if (!WaitFor([]() { return ProgressDialog() != nullptr; }, 10000)) {
+            return Fail("the window opened no progress dialog");
+        }
+        QWidget* pDialog = ProgressDialog();
+        auto* pBar = pDialog->findChild<QProgressBar*>();
+        auto* pText = pDialog->findChild<QLabel*>("label_Rate");
+        if (pBar == nullptr || pText == nullptr) {
+            return Fail("the progress dialog has no loading widget");
+        }
+        blRunningShot = WaitFor([&]() { return pBar->value() > 0 && pBar->value() < 100; }, 300000) &&
+                        Save(pDialog, qstrOutput + "/backup_progress_running.png");
+        if (!WaitFor([&]() { return !window.IsBackUpRunning(); }, 300000)) {
+            return Fail("the backup did not finish");
+        }
+        WaitFor([&]() { return pBar->value() == 100; }, 10000);
+        blAllSaved = Save(pDialog, qstrOutput + "/backup_progress_done.png") && blAllSaved;
+        blAllSaved = Save(&window, qstrOutput + "/hxclient_window_done.png") && blAllSaved;
+        std::printf("backup result: %s\nwindow status: %s\n", qPrintable(pText->text()),
+                    qPrintable(window.StatusText()));
+        if (!blRunningShot) {
+            std::fprintf(stderr, "no progress between 0 and 100 percent was seen while the backup ran\n");
+        }
+        window.Quit();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
-    // The loading widget is made on the first show.
-    pDialog->show();
-    auto* pBar = pDialog->findChild<QProgressBar*>();
-    auto* pText = pDialog->findChild<QLabel*>("label_Rate");
-    auto* pButton = pDialog->findChild<QPushButton*>("pushButton_Cancel");
-    if (pBar == nullptr || pText == nullptr || pButton == nullptr) {
-        return Fail("the progress dialog has no loading widget");
-    }
-    // The cancel button becomes a close button once the result is in.
-    const QString qstrCancel = pButton->text();
-    QVariantMap qmapIgnored;
-    static_cast<CLS_ViewBasic*>(pDialog)->TaskRequestHandler("BackUp", {{"BackUpPath", qstrArchives}},
-                                                             QUuid::createUuid().toString(), qmapIgnored);
-    const bool blRunningShot = WaitFor([&]() { return pBar->value() > 0 && pBar->value() < 100; }, 300000) &&
-                               Save(pDialog, qstrOutput + "/backup_progress_running.png");
-    if (!WaitFor([&]() { return pButton->text() != qstrCancel; }, 300000)) {
-        return Fail("the backup did not finish");
-    }
-    blAllSaved = Save(pDialog, qstrOutput + "/backup_progress_done.png") && blAllSaved;
-    std::printf("backup result: %s\n", qPrintable(pText->text()));
-    if (!blRunningShot) {
-        std::fprintf(stderr, "no progress between 0 and 100 percent was seen while the backup ran\n");
-    }
-    pDialog->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    pModule->UnInitModule({});
     return blAllSaved && blRunningShot ? 0 : 1;
 }
