@@ -2,12 +2,15 @@
 #include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLockFile>
+#include <QCoreApplication>
 #include <QTimer>
 
 #include "CLS_CommandParser.h"
 #include "CLS_ModuleHost.h"
 #include "CLS_SignalWatcher.h"
 #include "ClientOutput.h"
+#include "ClientSetup.h"
 #include "Commands.h"
 #include "Logger.h"
 #include "Param.h"
@@ -19,6 +22,7 @@ constexpr const char* kLogCode = "HxClient";
 constexpr const char* kSection = "ModuleBackUp";
 // The scheduler's period when the store names none.
 constexpr int kDefaultPeriodMs = 3600000;
+constexpr int kCancelPollMs = 50;
 
 int SchedulerPeriodMs()
 {
@@ -64,6 +68,17 @@ void ReportTick(CLS_ModuleHost& _host, int _iTick)
     HX_LOG(Logger::LOG_INFO, kLogCode) << qstrLine;
 }
 
+// Whether a backup or restore runs in this process: the module holds its run lock in the data folder
+// while one does.
+bool RunGoingOnHere()
+{
+    QLockFile lock(ClientSetup::DataPath() + "/HxBackUp.lock");
+    qint64 iPid = 0;
+    QString qstrHost;
+    QString qstrApp;
+    return lock.getLockInfo(&iPid, &qstrHost, &qstrApp) && iPid == QCoreApplication::applicationPid();
+}
+
 } // namespace
 
 int Run(const QStringList& _lstArgs)
@@ -88,15 +103,37 @@ int Run(const QStringList& _lstArgs)
     ReportTick(host, iTick);
 
     QEventLoop loop;
-    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &loop, &QEventLoop::quit);
+    // A running automatic backup is cancelled as "CanCelBackUp" does, and the program ends once it has
+    // cleaned up. The run clears the flag when it starts, so the request is repeated while it runs.
+    bool blCancelled = false;
+    QTimer cancelTimer;
+    cancelTimer.setInterval(kCancelPollMs);
+    QObject::connect(&cancelTimer, &QTimer::timeout, &loop, [&] {
+        if (!RunGoingOnHere()) {
+            loop.quit();
+            return;
+        }
+        host.Send("CanCelBackUp", {});
+    });
+    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &loop, [&] {
+        if (blCancelled || !RunGoingOnHere()) {
+            loop.quit();
+            return;
+        }
+        blCancelled = true;
+        ClientOutput::Print("Cancelling the running backup; waiting for it to end...");
+        host.Send("CanCelBackUp", {});
+        cancelTimer.start();
+    });
     QTimer timer;
     timer.setInterval(iPeriodMs);
     QObject::connect(&timer, &QTimer::timeout, &loop, [&] { ReportTick(host, ++iTick); });
     timer.start();
     loop.exec();
     timer.stop();
-    ClientOutput::Print("Stopping.");
-    return ExitCode::kSuccess;
+    cancelTimer.stop();
+    ClientOutput::Print(blCancelled ? "Stopping; the backup was cancelled." : "Stopping.");
+    return blCancelled ? ExitCode::kInterrupted : ExitCode::kSuccess;
 }
 
 } // namespace Commands
