@@ -22,7 +22,6 @@ constexpr const char* kLogCode = "HxClient";
 constexpr const char* kSection = "ModuleBackUp";
 // The scheduler's period when the store names none.
 constexpr int kDefaultPeriodMs = 3600000;
-constexpr int kCancelPollMs = 50;
 
 int SchedulerPeriodMs()
 {
@@ -103,27 +102,17 @@ int Run(const QStringList& _lstArgs)
     ReportTick(host, iTick);
 
     QEventLoop loop;
-    // A running automatic backup is cancelled as "CanCelBackUp" does, and the program ends once it has
-    // cleaned up. The run clears the flag when it starts, so the request is repeated while it runs.
+    // A running automatic backup is cancelled as "CanCelBackUp" does. The module is then taken down, which
+    // stops the scheduler first and waits for the run to clean up, so that no new tick starts another.
     bool blCancelled = false;
-    QTimer cancelTimer;
-    cancelTimer.setInterval(kCancelPollMs);
-    QObject::connect(&cancelTimer, &QTimer::timeout, &loop, [&] {
-        if (!RunGoingOnHere()) {
-            loop.quit();
-            return;
-        }
-        host.Send("CanCelBackUp", {});
-    });
     QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &loop, [&] {
-        if (blCancelled || !RunGoingOnHere()) {
-            loop.quit();
-            return;
+        if (!blCancelled && RunGoingOnHere()) {
+            blCancelled = true;
+            ClientOutput::Print("Cancelling the running backup; waiting for it to end...");
+            QVariantMap qmapIgnored;
+            host.Request("CanCelBackUp", {}, qmapIgnored, kRequestTimeoutMs);
         }
-        blCancelled = true;
-        ClientOutput::Print("Cancelling the running backup; waiting for it to end...");
-        host.Send("CanCelBackUp", {});
-        cancelTimer.start();
+        loop.quit();
     });
     QTimer timer;
     timer.setInterval(iPeriodMs);
@@ -131,8 +120,7 @@ int Run(const QStringList& _lstArgs)
     timer.start();
     loop.exec();
     timer.stop();
-    cancelTimer.stop();
-    ClientOutput::Print(blCancelled ? "Stopping; the backup was cancelled." : "Stopping.");
+    ClientOutput::Print("Stopping.");
     return blCancelled ? ExitCode::kInterrupted : ExitCode::kSuccess;
 }
 
