@@ -35,6 +35,7 @@ private Q_SLOTS:
     void killedBackUpLeavesOnlyWholeArchives();
     void killedRestoreIsFinishedAtTheNextStart();
     void secondBackUpEndsAtOnce();
+    void interruptedRestoreTouchesNothing();
     void terminatedAutomaticBackUpLeavesNothing();
 
 private:
@@ -232,6 +233,34 @@ void tst_HxClientCrash::secondBackUpEndsAtOnce()
     QCOMPARE(process.exitCode(), 0);
     QCOMPARE(NotArchives(qstrFirst), QStringList());
     QCOMPARE(QDir(qstrFirst).entryList({"BackUp_*.zip"}).size(), 1);
+}
+
+// Ctrl-C while the archive is unpacked and checked: nothing goes into place.
+void tst_HxClientCrash::interruptedRestoreTouchesNothing()
+{
+    const QString qstrBackups = m_dir.filePath("interrupted");
+    QCOMPARE(Run(Data(), {"backup", qstrBackups}), 0);
+    const QStringList lstArchives = QDir(qstrBackups).entryList({"BackUp_*.zip"}, QDir::Files);
+    QCOMPARE(lstArchives.size(), 1);
+    const QString qstrPictures = Data() + "/FacePicture";
+    QVERIFY(WriteBytes(qstrPictures + "/face_001.png", "changed"));
+    const QMap<QString, QByteArray> mapChanged = FilesBelow(qstrPictures);
+
+    QProcess process;
+    QString qstrOut;
+    Start(process, qstrOut, Data(),
+          {"recover", "--yes", "--no-safety-copy", qstrBackups + "/" + lstArchives.first()}, Environment(Data()));
+    QTRY_VERIFY_WITH_TIMEOUT(qstrOut.contains("Restoring from") || process.state() == QProcess::NotRunning,
+                             kQuickMs);
+    QVERIFY2(process.state() == QProcess::Running, qPrintable(qstrOut));
+    ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+    QVERIFY(process.waitForFinished(kQuickMs));
+    const QString qstrErr = QString::fromUtf8(process.readAllStandardError());
+    QCOMPARE(process.exitCode(), 130);
+    QVERIFY2(IsOneLine(qstrErr) && qstrErr.contains("cancelled; nothing was restored"), qPrintable(qstrErr));
+    QCOMPARE(FilesBelow(qstrPictures), mapChanged);
+    QCOMPARE(NotArchives(qstrBackups), QStringList());
+    QVERIFY(!QFileInfo::exists(Data() + "/HxRestore.journal"));
 }
 
 void tst_HxClientCrash::terminatedAutomaticBackUpLeavesNothing()
