@@ -76,8 +76,8 @@ public:
     void FinishInterruptedRestore();
     bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                   const QString& _qstrZipName, ZipProgress _progress);
-    bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
-                        ZipProgress _progress);
+    bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath,
+                        const QString& _qstrBasePath, ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);
     // Whether the last DirToZip failed because its volume was full.
     bool LastPackRanOutOfSpace() const { return m_blPackOutOfSpace; }

@@ -1,5 +1,6 @@
 #include "CLS_BackUpPresenter.h"
 
+#include <cerrno>
 #include <exception>
 #include <typeinfo>
 
@@ -31,7 +32,8 @@ constexpr qint64 kReservedBytes = qint64(5) << 30;
 class CLS_StagingFolder
 {
 public:
-    CLS_StagingFolder(const CLS_BackUpPresenter& _presenter, const QString& _qstrPath, const QString& _qstrMarker)
+    CLS_StagingFolder(const CLS_BackUpPresenter& _presenter, const QString& _qstrPath,
+                      const QString& _qstrMarker)
         : m_presenter(_presenter), m_qstrPath(_qstrPath), m_qstrMarker(_qstrMarker),
           m_iExceptions(std::uncaught_exceptions())
     {}
@@ -246,16 +248,19 @@ bool CLS_BackUpRun::Pack()
     const QString qstrTempPath = QDir(m_qstrSavePath).absoluteFilePath(m_qstrTempName + ".zip");
     const QString qstrZipPath = QDir(m_qstrSavePath).absoluteFilePath(m_qstrZipName + ".zip");
     if (!m_presenter.DirToZip(m_qstrStaging, m_qstrSavePath, m_qstrTempName, packProgress)) {
-        if (m_presenter.LastPackRanOutOfSpace() ||
-            QStorageInfo(m_qstrSavePath).bytesAvailable() < FunctionUtil::GetFileSize(m_qstrStaging, {}, false)) {
+        if (m_presenter.LastPackRanOutOfSpace() || QStorageInfo(m_qstrSavePath).bytesAvailable() <
+                                                       FunctionUtil::GetFileSize(m_qstrStaging, {}, false)) {
             OutOfSpace("packing into " + qstrTempPath);
         }
         return FailPacking(qstrTempPath);
     }
     if (!DurableFiles::SyncFile(qstrTempPath)) {
+        const int iErrno = errno;
         HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
             << m_strLogPrefix << " BackUpData DirToZip failed  fsync failed [qstrZipName " << qstrTempPath;
-        OutOfSpace("fsync of " + qstrTempPath);
+        if (iErrno == ENOSPC || iErrno == EDQUOT) {
+            OutOfSpace("fsync of " + qstrTempPath);
+        }
         return FailPacking(qstrTempPath);
     }
     QString qstrDetail;
@@ -310,7 +315,8 @@ bool CLS_BackUpRun::FailPacking(const QString& _qstrTempPath)
 bool CLS_BackUpRun::OutOfSpace(const QString& _qstrWhat)
 {
     HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
-        << m_strLogPrefix << " BackUpData failed  volume full [diskpath" << m_qstrSavePath << "] " << _qstrWhat;
+        << m_strLogPrefix << " BackUpData failed  volume full [diskpath" << m_qstrSavePath << "] "
+        << _qstrWhat;
     m_qmapResult["reason"] = CLS_BackUpPresenter::tr("msg_disk_less");
     return false;
 }

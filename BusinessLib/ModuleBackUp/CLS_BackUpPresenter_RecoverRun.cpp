@@ -1,5 +1,7 @@
 #include "CLS_BackUpPresenter.h"
 
+#include <utility>
+
 #include <QDir>
 #include <QFileInfo>
 #include <QStorageInfo>
@@ -22,7 +24,8 @@ constexpr qint64 kReservedBytes = qint64(5) << 30;
 class CLS_UnpackFolder
 {
 public:
-    explicit CLS_UnpackFolder(const QString& _qstrWorkPath) : m_qstrPath(RunLeftovers::MakeUnpackFolder(_qstrWorkPath))
+    explicit CLS_UnpackFolder(const QString& _qstrWorkPath)
+        : m_qstrPath(RunLeftovers::MakeUnpackFolder(_qstrWorkPath))
     {}
     ~CLS_UnpackFolder()
     {
@@ -71,8 +74,8 @@ bool CLS_BackUpPresenter::RecoverData(const QString& _qstrFilePath)
     const QString qstrWorkPath = archive.absolutePath();
     for (const QString& qstrLeft : RunLeftovers::RemoveDeadRuns(qstrWorkPath)) {
         HX_LOG(Logger::LOG_INFO, GetModuleCode())
-            << LogPrefix() << " RecoverData removed what an earlier run left [" << qstrWorkPath << "/" << qstrLeft
-            << "]";
+            << LogPrefix() << " RecoverData removed what an earlier run left [" << qstrWorkPath << "/"
+            << qstrLeft << "]";
     }
     if (QStorageInfo(qstrWorkPath).bytesAvailable() < GetZipSize(_qstrFilePath) + kReservedBytes) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
@@ -142,10 +145,12 @@ bool CLS_BackUpPresenter::RecoverData(const QString& _qstrFilePath)
     DurableFiles::SyncFileSystem(unpackFolder.Path());
     if (!RestoreJournal::Write(unpackFolder.Path(), vecPlacements)) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
-            << LogPrefix() << " RecoverData failed  journal write failed [filepath : " << RestoreJournal::Path();
+            << LogPrefix()
+            << " RecoverData failed  journal write failed [filepath : " << RestoreJournal::Path();
         return false;
     }
     PauseForTests();
     // From here on the restore finishes, after a crash too: the journal owns the unpack folder.
-    return RestorePlacement::PlaceAndFinish(GetModuleCode(), LogPrefix(), unpackFolder.Release(), vecPlacements);
+    return RestorePlacement::PlaceAndFinish(GetModuleCode(), LogPrefix(), unpackFolder.Release(),
+                                            vecPlacements);
 }

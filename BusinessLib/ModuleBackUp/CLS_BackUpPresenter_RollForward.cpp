@@ -18,7 +18,8 @@ void CLS_BackUpPresenter::FinishInterruptedRestore()
         return;
     }
     FinishRestoreLocked();
-    const QString qstrSavePath = QString::fromStdString(Param::GetParam("ModuleBackUp", "BackUpFileSavePath", ""));
+    const QString qstrSavePath =
+        QString::fromStdString(Param::GetParam("ModuleBackUp", "BackUpFileSavePath", ""));
     for (const QString& qstrLeft : RunLeftovers::RemoveDeadRuns(qstrSavePath)) {
         HX_LOG_IN(Logger::LOG_INFO, GetModuleCode(), "RecoverData")
             << LogPrefix() << " RecoverData removed what an earlier run left [" << qstrSavePath << "/"
@@ -37,8 +38,9 @@ void CLS_BackUpPresenter::FinishRestoreLocked()
     case RestoreJournal::JOURNAL_DAMAGED:
         // Without the whole unpacked data nothing is put in place: the live data stays as it is.
         HX_LOG_IN(Logger::LOG_WARN, GetModuleCode(), "RecoverData")
-            << LogPrefix() << " RecoverData journal dropped, live data left as it is [journal : "
-            << RestoreJournal::Path() << "] " << qstrDetail;
+            << LogPrefix()
+            << " RecoverData journal dropped, live data left as it is [journal : " << RestoreJournal::Path()
+            << "] " << qstrDetail;
         if (RunLeftovers::IsUnpackFolder(qstrUnpackFolder)) {
             QDir(qstrUnpackFolder).removeRecursively();
         }

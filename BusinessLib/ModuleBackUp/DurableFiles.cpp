@@ -1,5 +1,7 @@
 #include "DurableFiles.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,7 +18,10 @@ bool SyncPath(const QString& _qstrPath, int _iFlags)
         return false;
     }
     const bool blSynced = ::fsync(iFd) == 0;
+    const int iErrno = errno;
     ::close(iFd);
+    // The caller tells a full disk by errno.
+    errno = iErrno;
     return blSynced;
 }
 

@@ -52,8 +52,9 @@ n_Read Read(QString& _qstrUnpackFolder, QVector<STRUCT_Placement>& _vecPlacement
         return JOURNAL_NONE;
     }
     QJsonParseError error{};
-    const QJsonObject jsonJournal =
-        file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll(), &error).object() : QJsonObject();
+    const QJsonObject jsonJournal = file.open(QIODevice::ReadOnly)
+                                        ? QJsonDocument::fromJson(file.readAll(), &error).object()
+                                        : QJsonObject();
     _qstrUnpackFolder = jsonJournal.value("unpack").toString();
     if (_qstrUnpackFolder.isEmpty()) {
         _qstrDetail = "unreadable journal";

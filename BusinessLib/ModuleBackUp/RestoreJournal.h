@@ -10,9 +10,9 @@ namespace RestoreJournal {
 
 struct STRUCT_Placement
 {
-    QString from;  // an unpacked folder, inside the unpack folder
-    QString to;    // the source folder it goes to, absolute
-    QString shown; // the source path as the log names it
+    QString from;      // an unpacked folder, inside the unpack folder
+    QString to;        // the source folder it goes to, absolute
+    QString shown;     // the source path as the log names it
     bool move = false; // its files are renamed into place; otherwise copied (another source takes them next)
 };
 

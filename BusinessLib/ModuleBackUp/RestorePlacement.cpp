@@ -52,7 +52,8 @@ bool PlaceFolder(const RestoreJournal::STRUCT_Placement& _placement)
 
 namespace RestorePlacement {
 
-bool PlaceAndFinish(const char* _pModuleCode, const std::string& _strLogPrefix, const QString& _qstrUnpackFolder,
+bool PlaceAndFinish(const char* _pModuleCode, const std::string& _strLogPrefix,
+                    const QString& _qstrUnpackFolder,
                     const QVector<RestoreJournal::STRUCT_Placement>& _vecPlacements)
 {
     bool blResult = true;

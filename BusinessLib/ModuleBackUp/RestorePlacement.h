@@ -16,7 +16,8 @@ namespace RestorePlacement {
 
 // Logs each source's outcome with RecoverData's lines, makes the placed files durable, then removes the
 // unpack folder and the journal. True when every file reached its place.
-bool PlaceAndFinish(const char* _pModuleCode, const std::string& _strLogPrefix, const QString& _qstrUnpackFolder,
+bool PlaceAndFinish(const char* _pModuleCode, const std::string& _strLogPrefix,
+                    const QString& _qstrUnpackFolder,
                     const QVector<RestoreJournal::STRUCT_Placement>& _vecPlacements);
 
 } // namespace RestorePlacement

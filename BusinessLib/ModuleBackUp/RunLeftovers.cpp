@@ -88,7 +88,8 @@ QStringList RemoveDeadRuns(const QString& _qstrFolder)
     const QString qstrFolder = QFileInfo(_qstrFolder).absoluteFilePath();
     // Staging folders first; a temporary archive belongs to a live run while its staging marker does.
     QSet<QString> setLiveRuns;
-    for (const QString& qstrMarker : Entries(qstrFolder, QString(".BackUp_*") + kStagingSuffix, QDir::Files)) {
+    for (const QString& qstrMarker :
+         Entries(qstrFolder, QString(".BackUp_*") + kStagingSuffix, QDir::Files)) {
         const QString qstrZipName = qstrMarker.mid(1, qstrMarker.size() - 1 - int(strlen(kStagingSuffix)));
         if (!RunIsOver(qstrFolder + "/" + qstrMarker)) {
             setLiveRuns.insert(qstrZipName);
@@ -103,8 +104,8 @@ QStringList RemoveDeadRuns(const QString& _qstrFolder)
         lstRemoved << qstrMarker;
     }
     // libzip's own temporary file carries one more suffix.
-    for (const QString& qstrTemp : Entries(qstrFolder, QString(".BackUp_*") + kPartialSuffix + ".zip*",
-                                           QDir::Files | QDir::System)) {
+    for (const QString& qstrTemp :
+         Entries(qstrFolder, QString(".BackUp_*") + kPartialSuffix + ".zip*", QDir::Files | QDir::System)) {
         const QString qstrZipName = qstrTemp.mid(1, qstrTemp.indexOf(kPartialSuffix) - 1);
         if (!setLiveRuns.contains(qstrZipName) && QFile::remove(qstrFolder + "/" + qstrTemp)) {
             lstRemoved << qstrTemp;

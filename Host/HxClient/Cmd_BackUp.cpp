@@ -88,19 +88,22 @@ STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder
     CLS_ProgressBar bar;
     int iCancelResends = 0;
     // The host outlives this run; the connection must not.
-    const QMetaObject::Connection progress =
-        QObject::connect(&_host, &CLS_ModuleHost::SignProgress, &_host, [&](int _iRate, const QString& _qstrText) {
-        if (!outcome.blCancelled) {
-            bar.Update(_iRate, _qstrText);
-            return;
-        }
-        // The run clears the cancel flag when it starts; progress after a cancel means that it may have
-        // come too early. Once the flag holds, no progress passes any more, so a few repeats suffice.
-        if (iCancelResends < kMaxCancelResends) {
-            ++iCancelResends;
-            _host.Send("CanCelBackUp", {});
-        }
-    });
+    const QMetaObject::Connection progress = QObject::connect(&_host, &CLS_ModuleHost::SignProgress, &_host,
+                                                              [&](int _iRate, const QString& _qstrText) {
+                                                                  if (!outcome.blCancelled) {
+                                                                      bar.Update(_iRate, _qstrText);
+                                                                      return;
+                                                                  }
+                                                                  // The run clears the cancel flag when it
+                                                                  // starts; progress after a cancel means
+                                                                  // that it may have come too early. Once the
+                                                                  // flag holds, no progress passes any more,
+                                                                  // so a few repeats suffice.
+                                                                  if (iCancelResends < kMaxCancelResends) {
+                                                                      ++iCancelResends;
+                                                                      _host.Send("CanCelBackUp", {});
+                                                                  }
+                                                              });
     CLS_SignalWatcher watcher;
     QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &_host, [&]() {
         if (outcome.blCancelled) {

@@ -73,8 +73,9 @@ int MakeSafetyCopy(CLS_ModuleHost& _host, const QString& _qstrCommand, const QSt
             ClientOutput::PrintError(_qstrCommand, "cancelled; nothing was restored");
             return ExitCode::kInterrupted;
         }
-        ClientOutput::PrintError(_qstrCommand, "the safety copy failed: " + outcome.qstrReason +
-                                                   "; nothing was restored (--no-safety-copy restores without one)");
+        ClientOutput::PrintError(_qstrCommand,
+                                 "the safety copy failed: " + outcome.qstrReason +
+                                     "; nothing was restored (--no-safety-copy restores without one)");
         return ExitCode::kFailure;
     }
     _qstrSafetyArchive = QFileInfo(outcome.qstrArchive).absoluteFilePath();
@@ -102,7 +103,8 @@ bool RunRestore(CLS_ModuleHost& _host, const QString& _qstrArchive, QVariantMap&
             return;
         }
         blCancelled = true;
-        ClientOutput::Print("Cancelling; waiting for the restore to stop (once files go into place, it finishes)...");
+        ClientOutput::Print(
+            "Cancelling; waiting for the restore to stop (once files go into place, it finishes)...");
         _host.Send("CanCelBackUp", {});
         resend.start();
     });
@@ -114,11 +116,12 @@ bool RunRestore(CLS_ModuleHost& _host, const QString& _qstrArchive, QVariantMap&
 
 int Recover(const QStringList& _lstArgs)
 {
-    CLS_CommandParser parser("recover", "ARCHIVE",
-                             "Restores the client data from a backup archive. Asks for confirmation first "
-                             "unless --yes is given. First backs the current data up into PreRestore/ in the "
-                             "save folder, keeping only the last such copy, unless --no-safety-copy is given. "
-                             "Ctrl-C cancels until files start going into place. Reports what was restored.");
+    CLS_CommandParser parser(
+        "recover", "ARCHIVE",
+        "Restores the client data from a backup archive. Asks for confirmation first "
+        "unless --yes is given. First backs the current data up into PreRestore/ in the "
+        "save folder, keeping only the last such copy, unless --no-safety-copy is given. "
+        "Ctrl-C cancels until files start going into place. Reports what was restored.");
     parser.Parser().addPositionalArgument("ARCHIVE", "The backup archive (BackUp_*.zip).");
     parser.Parser().addOption({{"y", "yes"}, "Restore without asking."});
     parser.Parser().addOption({"no-safety-copy", "Restore without backing up the current data first."});
@@ -161,11 +164,12 @@ int Recover(const QStringList& _lstArgs)
             return ExitCode::kInterrupted;
         }
         const QString qstrReason = qmapResult.value("reason").toString();
-        QString qstrMessage = "restore failed: " + (qstrReason.isEmpty() ? "see the log " + ClientSetup::DataPath() +
-                                                                                "/Log/hx.log"
-                                                                          : qstrReason);
+        QString qstrMessage =
+            "restore failed: " +
+            (qstrReason.isEmpty() ? "see the log " + ClientSetup::DataPath() + "/Log/hx.log" : qstrReason);
         if (!qstrSafetyArchive.isEmpty()) {
-            qstrMessage += "; the data as it was is in " + qstrSafetyArchive + ", put it back with: HxClient recover --yes --no-safety-copy " + qstrSafetyArchive;
+            qstrMessage += "; the data as it was is in " + qstrSafetyArchive +
+                           ", put it back with: HxClient recover --yes --no-safety-copy " + qstrSafetyArchive;
         }
         ClientOutput::PrintError(parser.Command(), qstrMessage);
         return ExitCode::kFailure;

@@ -1,9 +1,9 @@
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QLockFile>
-#include <QCoreApplication>
 #include <QTimer>
 
 #include "CLS_CommandParser.h"

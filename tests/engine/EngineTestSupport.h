@@ -92,7 +92,8 @@ inline bool UnzipTestPasses(const QString& _qstrZip)
 class CLS_SmallVolume
 {
 public:
-    explicit CLS_SmallVolume(const QString& _qstrPath, const QString& _qstrSize = "64m") : m_qstrPath(_qstrPath)
+    explicit CLS_SmallVolume(const QString& _qstrPath, const QString& _qstrSize = "64m")
+        : m_qstrPath(_qstrPath)
     {
         m_blMounted =
             QDir().mkpath(m_qstrPath) && geteuid() == 0 &&
@@ -102,8 +103,8 @@ public:
     bool Fill(qint64 _iSpareBytes)
     {
         const qint64 iUsed = QStorageInfo(m_qstrPath).bytesTotal() - QStorageInfo(m_qstrPath).bytesFree();
-        return QProcess::execute("mount", {"-o", QString("remount,size=%1").arg(iUsed + _iSpareBytes),
-                                           m_qstrPath}) == 0;
+        return QProcess::execute(
+                   "mount", {"-o", QString("remount,size=%1").arg(iUsed + _iSpareBytes), m_qstrPath}) == 0;
     }
     ~CLS_SmallVolume()
     {

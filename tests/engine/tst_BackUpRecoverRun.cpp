@@ -541,7 +541,8 @@ void tst_BackUpRecoverRun::secondRunIsRefused()
         QCOMPARE(LiveData(), mapBefore);
         QCOMPARE(ReadFile(Data() + "/a.json"), QByteArray("changed since"));
     } else {
-        QCOMPARE(ReadFile(Data() + "/a.json"), run == "restore" ? QByteArray("data/a.json") : "changed since");
+        QCOMPARE(ReadFile(Data() + "/a.json"),
+                 run == "restore" ? QByteArray("data/a.json") : "changed since");
         QVERIFY(!QFileInfo::exists(qstrLock));
     }
 }
@@ -552,7 +553,8 @@ void tst_BackUpRecoverRun::diskRunsOut_data()
     QTest::addColumn<int>("fillAt"); // the rate at which the volume fills up; -1: never
     QTest::addColumn<QString>("logged");
     // Room beside the reserve for the source, but not for its staging copy and the archive too.
-    QTest::newRow("the run cannot fit") << "5128m" << -1 << " DirToZip failed  qiDiskAvailableStorage is null";
+    QTest::newRow("the run cannot fit")
+        << "5128m" << -1 << " DirToZip failed  qiDiskAvailableStorage is null";
     QTest::newRow("the volume fills before packing") << "5200m" << 49 << " BackUpData failed  volume full";
 }
 

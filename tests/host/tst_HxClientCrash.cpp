@@ -42,8 +42,8 @@ private:
     QString Data() const { return m_dir.filePath("client/data"); }
     QProcessEnvironment Environment(const QString& _qstrDataPath) const;
     // Starts HxClient, collecting its standard output into _qstrOut.
-    void Start(QProcess& _process, QString& _qstrOut, const QString& _qstrDataPath, const QStringList& _lstArgs,
-               const QProcessEnvironment& _env);
+    void Start(QProcess& _process, QString& _qstrOut, const QString& _qstrDataPath,
+               const QStringList& _lstArgs, const QProcessEnvironment& _env);
     int Run(const QString& _qstrDataPath, const QStringList& _lstArgs, QString* _pErr = nullptr);
     static int LastRate(const QString& _qstrOut);
     // What is in a destination folder besides archives, hidden names included.
@@ -192,7 +192,8 @@ void tst_HxClientCrash::killedRestoreIsFinishedAtTheNextStart()
     QString qstrOut;
     Start(process, qstrOut, Data(), {"recover", "--yes", "--no-safety-copy", qstrArchive}, env);
     const QString qstrJournal = Data() + "/HxRestore.journal";
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(qstrJournal) || process.state() == QProcess::NotRunning, kRunMs);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(qstrJournal) || process.state() == QProcess::NotRunning,
+                             kRunMs);
     QVERIFY2(process.state() == QProcess::Running, qPrintable(qstrOut));
     QString qstrErr;
     QCOMPARE(Run(Data(), {"backup", m_dir.filePath("refused")}, &qstrErr), 1);
@@ -211,7 +212,8 @@ void tst_HxClientCrash::killedRestoreIsFinishedAtTheNextStart()
     QCOMPARE(FilesBelow(qstrDownloads), mapDownloads);
     QVERIFY(!QFileInfo::exists(qstrJournal));
     QCOMPARE(NotArchives(qstrBackups), QStringList());
-    QVERIFY(QString::fromUtf8(FileBytes(Data() + "/Log/hx.log")).contains("finishing an interrupted restore"));
+    QVERIFY(
+        QString::fromUtf8(FileBytes(Data() + "/Log/hx.log")).contains("finishing an interrupted restore"));
 }
 
 void tst_HxClientCrash::secondBackUpEndsAtOnce()
@@ -249,7 +251,8 @@ void tst_HxClientCrash::interruptedRestoreTouchesNothing()
     QProcess process;
     QString qstrOut;
     Start(process, qstrOut, Data(),
-          {"recover", "--yes", "--no-safety-copy", qstrBackups + "/" + lstArchives.first()}, Environment(Data()));
+          {"recover", "--yes", "--no-safety-copy", qstrBackups + "/" + lstArchives.first()},
+          Environment(Data()));
     QTRY_VERIFY_WITH_TIMEOUT(qstrOut.contains("Restoring from") || process.state() == QProcess::NotRunning,
                              kQuickMs);
     QVERIFY2(process.state() == QProcess::Running, qPrintable(qstrOut));
@@ -290,9 +293,10 @@ void tst_HxClientCrash::terminatedAutomaticBackUpLeavesNothing()
     QProcess process;
     QString qstrOut;
     Start(process, qstrOut, qstrData, {"run"}, Environment(qstrData));
-    QTRY_VERIFY_WITH_TIMEOUT(!QDir(qstrBackups).entryList({".BackUp_*.staging"}, QDir::Files | QDir::Hidden).isEmpty() ||
-                                 process.state() == QProcess::NotRunning,
-                             kQuickMs);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        !QDir(qstrBackups).entryList({".BackUp_*.staging"}, QDir::Files | QDir::Hidden).isEmpty() ||
+            process.state() == QProcess::NotRunning,
+        kQuickMs);
     QVERIFY2(process.state() == QProcess::Running, qPrintable(qstrOut));
     ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
     QVERIFY(process.waitForFinished(kCancelMs));
@@ -300,7 +304,8 @@ void tst_HxClientCrash::terminatedAutomaticBackUpLeavesNothing()
     QVERIFY2(qstrOut.contains("Cancelling the running backup"), qPrintable(qstrOut));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 130);
-    QCOMPARE(QDir(qstrBackups).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    QCOMPARE(QDir(qstrBackups).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_HxClientCrash)
