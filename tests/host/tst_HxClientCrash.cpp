@@ -42,8 +42,8 @@ private:
     QString Data() const { return m_dir.filePath("client/data"); }
     QProcessEnvironment Environment(const QString& _qstrDataPath) const;
     // Starts HxClient, collecting its standard output into _qstrOut.
-    void Start(QProcess& _process, QString& _qstrOut, const QString& _qstrDataPath,
-               const QStringList& _lstArgs, const QProcessEnvironment& _env);
+    void Start(QProcess& _process, QString& _qstrOut, const QStringList& _lstArgs,
+               const QProcessEnvironment& _env);
     int Run(const QString& _qstrDataPath, const QStringList& _lstArgs, QString* _pErr = nullptr);
     static int LastRate(const QString& _qstrOut);
     // What is in a destination folder besides archives, hidden names included.
@@ -75,10 +75,9 @@ QProcessEnvironment tst_HxClientCrash::Environment(const QString& _qstrDataPath)
     return env;
 }
 
-void tst_HxClientCrash::Start(QProcess& _process, QString& _qstrOut, const QString& _qstrDataPath,
-                              const QStringList& _lstArgs, const QProcessEnvironment& _env)
+void tst_HxClientCrash::Start(QProcess& _process, QString& _qstrOut, const QStringList& _lstArgs,
+                              const QProcessEnvironment& _env)
 {
-    Q_UNUSED(_qstrDataPath)
     _process.setProcessEnvironment(_env);
     connect(&_process, &QProcess::readyReadStandardOutput, &_process,
             [&]() { _qstrOut += QString::fromUtf8(_process.readAllStandardOutput()); });
@@ -152,7 +151,7 @@ void tst_HxClientCrash::killedBackUpLeavesOnlyWholeArchives()
 
     QProcess process;
     QString qstrOut;
-    Start(process, qstrOut, Data(), {"backup", qstrBackups}, Environment(Data()));
+    Start(process, qstrOut, {"backup", qstrBackups}, Environment(Data()));
     const QString qstrLock = Data() + "/HxBackUp.lock";
     QTRY_VERIFY_WITH_TIMEOUT((killAt < 0 ? QFileInfo::exists(qstrLock) : LastRate(qstrOut) >= killAt) ||
                                  process.state() == QProcess::NotRunning,
@@ -190,7 +189,7 @@ void tst_HxClientCrash::killedRestoreIsFinishedAtTheNextStart()
     env.insert("HX_TEST_PAUSE_AFTER_JOURNAL", "120000");
     QProcess process;
     QString qstrOut;
-    Start(process, qstrOut, Data(), {"recover", "--yes", "--no-safety-copy", qstrArchive}, env);
+    Start(process, qstrOut, {"recover", "--yes", "--no-safety-copy", qstrArchive}, env);
     const QString qstrJournal = Data() + "/HxRestore.journal";
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(qstrJournal) || process.state() == QProcess::NotRunning,
                              kRunMs);
@@ -222,7 +221,7 @@ void tst_HxClientCrash::secondBackUpEndsAtOnce()
     const QString qstrSecond = m_dir.filePath("second");
     QProcess process;
     QString qstrOut;
-    Start(process, qstrOut, Data(), {"backup", qstrFirst}, Environment(Data()));
+    Start(process, qstrOut, {"backup", qstrFirst}, Environment(Data()));
     QTRY_VERIFY_WITH_TIMEOUT(LastRate(qstrOut) >= 6 || process.state() == QProcess::NotRunning, kRunMs);
     QString qstrErr;
     QCOMPARE(Run(Data(), {"backup", qstrSecond}, &qstrErr), 1);
@@ -250,8 +249,7 @@ void tst_HxClientCrash::interruptedRestoreTouchesNothing()
 
     QProcess process;
     QString qstrOut;
-    Start(process, qstrOut, Data(),
-          {"recover", "--yes", "--no-safety-copy", qstrBackups + "/" + lstArchives.first()},
+    Start(process, qstrOut, {"recover", "--yes", "--no-safety-copy", qstrBackups + "/" + lstArchives.first()},
           Environment(Data()));
     QTRY_VERIFY_WITH_TIMEOUT(qstrOut.contains("Restoring from") || process.state() == QProcess::NotRunning,
                              kQuickMs);
@@ -292,7 +290,7 @@ void tst_HxClientCrash::terminatedAutomaticBackUpLeavesNothing()
 
     QProcess process;
     QString qstrOut;
-    Start(process, qstrOut, qstrData, {"run"}, Environment(qstrData));
+    Start(process, qstrOut, {"run"}, Environment(qstrData));
     QTRY_VERIFY_WITH_TIMEOUT(
         !QDir(qstrBackups).entryList({".BackUp_*.staging"}, QDir::Files | QDir::Hidden).isEmpty() ||
             process.state() == QProcess::NotRunning,
