@@ -45,6 +45,7 @@ public:
                     QVariantMap& _qmapResult) override;
     int ProcessCallBack(const QString& _qstrKey, const QVariantMap& _qmapData);
     void SetBackUpCancel(int _iCancel);
+    bool CancelRequested() const { return m_iBackUpCancel.load(std::memory_order_acquire) == -1; }
 
     // Settings in the parameter store.
     void InitData() override;
@@ -69,10 +70,14 @@ public:
     bool BackUpData(const QString& _qstrSavePath, const QVariantMap& _qmapParam, ProgressCallBack _callBack,
                     QVariantMap& _qmapResult);
     bool RecoverData(const QString& _qstrFilePath);
+    // Why the last RecoverData failed, as a translated text; empty when the log says it all.
+    QString LastRecoverReason() const { return m_qstrRecoverReason; }
+    // Finishes a restore that a dead process left half placed, unless another run holds the lock.
+    void FinishInterruptedRestore();
     bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                   const QString& _qstrZipName, ZipProgress _progress);
-    bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
-                        ZipProgress _progress);
+    bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath,
+                        const QString& _qstrBasePath, ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);
     // Whether the last DirToZip failed because its volume was full.
     bool LastPackRanOutOfSpace() const { return m_blPackOutOfSpace; }
@@ -81,8 +86,11 @@ public:
 private:
     friend class CLS_Singleton<CLS_BackUpPresenter>;
     CLS_BackUpPresenter();
+    // With the run lock held.
+    void FinishRestoreLocked();
 
     std::mutex m_mutexBackUp;
     std::atomic<int> m_iBackUpCancel{0};
     bool m_blPackOutOfSpace = false;
+    QString m_qstrRecoverReason;
 };

@@ -25,6 +25,8 @@ int WriteSetting(const char* _pKey, const std::string& _strValue)
 
 void CLS_BackUpPresenter::InitData()
 {
+    // A restore cut short by a crash is finished before anything else reads or writes the data.
+    FinishInterruptedRestore();
     LoadLastSavedSetting();
 }
 

@@ -121,9 +121,16 @@ int CLS_BackUpPresenter::TaskHandler(const QString& _qstrBusinessKey, const QVar
         return _qmapParam.contains("BackUpPath") ? RunManualBackUp(*this, _qmapParam, _qmapResult) : 0;
     }
     if (_qstrBusinessKey == "Recover") {
-        return _qmapParam.contains("RecoverPath") && RecoverData(_qmapParam.value("RecoverPath").toString())
-                   ? 1
-                   : 0;
+        if (!_qmapParam.contains("RecoverPath")) {
+            return 0;
+        }
+        if (RecoverData(_qmapParam.value("RecoverPath").toString())) {
+            return 1;
+        }
+        if (!LastRecoverReason().isEmpty()) {
+            _qmapResult.insert("reason", LastRecoverReason());
+        }
+        return 0;
     }
     if (_qstrBusinessKey == "CanCelBackUp") {
         m_iBackUpCancel.store(-1, std::memory_order_release);

@@ -16,8 +16,8 @@ public:
     CLS_BackUpRun(CLS_BackUpPresenter& _presenter, const QString& _qstrSavePath,
                   CLS_BackUpPresenter::ProgressCallBack _callBack, QVariantMap& _qmapResult);
 
-    // True when the archive was written and checked. An empty callback throws std::bad_function_call at
-    // the first report after the start report, as the automatic backup expects.
+    // True when the archive was written, checked and published under its name. An empty callback throws
+    // std::bad_function_call at the first report after the start report, as the automatic backup expects.
     bool Run(const QVector<STRUCT_BackUpSource>& _vecSources);
 
     // "BackUp_" + the minute the run was created in.
@@ -32,11 +32,14 @@ private:
         STEP_FAILED
     };
 
+    bool RunFits(const QVector<STRUCT_BackUpSource>& _vecSources);
     n_Step CopySources(const QVector<STRUCT_BackUpSource>& _vecSources);
     n_Step PrepareDbFiles();
     bool Pack();
+    bool Publish(const QString& _qstrTempPath, const QString& _qstrZipPath);
     bool Cancel();
-    bool FailPacking(const QString& _qstrZipPath);
+    bool FailPacking(const QString& _qstrTempPath);
+    bool OutOfSpace(const QString& _qstrWhat);
     int Report(int _iRate);
 
     CLS_BackUpPresenter& m_presenter;
@@ -44,6 +47,7 @@ private:
     const QString m_qstrSavePath;
     const QString m_qstrZipName;
     const QString m_qstrStaging;
+    const QString m_qstrTempName;
     CLS_BackUpPresenter::ProgressCallBack m_callBack;
     QVariantMap& m_qmapResult;
     QVariantMap m_qmapRecord;

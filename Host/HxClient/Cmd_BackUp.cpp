@@ -58,65 +58,76 @@ int BackUp(const QStringList& _lstArgs)
         }
     }
 
-    CLS_ProgressBar bar;
-    bool blCancelSent = false;
-    int iCancelResends = 0;
-    QObject::connect(&host, &CLS_ModuleHost::SignProgress, &host, [&](int _iRate, const QString& _qstrText) {
-        if (!blCancelSent) {
-            bar.Update(_iRate, _qstrText);
-            return;
-        }
-        // The run clears the cancel flag when it starts; progress after a cancel means that it may have
-        // come too early. Once the flag holds, no progress passes any more, so a few repeats suffice.
-        if (iCancelResends < kMaxCancelResends) {
-            ++iCancelResends;
-            host.Send("CanCelBackUp", {});
-        }
-    });
-    CLS_SignalWatcher watcher;
-    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &host, [&]() {
-        if (blCancelSent) {
-            return;
-        }
-        blCancelSent = true;
-        bar.Finish();
-        ClientOutput::Print("Cancelling; waiting for the run to end...");
-        host.Send("CanCelBackUp", {});
-    });
-
     ClientOutput::Print("Backing up " + ClientSetup::DataPath() + " into " + qstrFolder);
-    QVariantMap qmapResult;
-    host.WaitForAnswer(host.Send("BackUp", {{"BackUpPath", qstrFolder}}), qmapResult, -1);
-    bar.Finish();
-
-    const bool blSucceeded = qmapResult.value("__result__").toString() == "success" &&
-                             qmapResult.value("TaskResult", -1).toInt() == 0;
-    if (blSucceeded) {
-        const QString qstrArchive = qmapResult.value("BackUpPath").toString();
-        const QFileInfo archive(qstrArchive);
-        if (qstrArchive.isEmpty() || !archive.isFile()) {
-            ClientOutput::PrintError(parser.Command(),
-                                     "the run reported success but no archive was found: " + qstrArchive);
+    const STRUCT_BackUpOutcome outcome = RunBackUp(host, qstrFolder);
+    if (outcome.blSucceeded) {
+        const QFileInfo archive(outcome.qstrArchive);
+        if (outcome.qstrArchive.isEmpty() || !archive.isFile()) {
+            ClientOutput::PrintError(parser.Command(), "the run reported success but no archive was found: " +
+                                                           outcome.qstrArchive);
             return ExitCode::kFailure;
         }
-        if (blCancelSent) {
+        if (outcome.blCancelled) {
             ClientOutput::Print("The run had finished before the cancel reached it.");
         }
         ClientOutput::Print("Archive: " + archive.absoluteFilePath());
         ClientOutput::Print("Size: " + ClientOutput::HumanSize(archive.size()));
         return ExitCode::kSuccess;
     }
-    if (blCancelSent) {
+    if (outcome.blCancelled) {
         ClientOutput::PrintError(parser.Command(), "cancelled; no archive was written");
         return ExitCode::kInterrupted;
     }
-    const QString qstrReason = qmapResult.value("reason").toString();
-    ClientOutput::PrintError(parser.Command(),
-                             "backup failed: " +
-                                 (qstrReason.isEmpty()
-                                      ? QString("see the log ") + ClientSetup::DataPath() + "/Log/hx.log"
-                                      : qstrReason));
+    ClientOutput::PrintError(parser.Command(), "backup failed: " + outcome.qstrReason);
     return ExitCode::kFailure;
+}
+
+STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder)
+{
+    STRUCT_BackUpOutcome outcome;
+    CLS_ProgressBar bar;
+    int iCancelResends = 0;
+    // The host outlives this run; the connection must not.
+    const QMetaObject::Connection progress = QObject::connect(&_host, &CLS_ModuleHost::SignProgress, &_host,
+                                                              [&](int _iRate, const QString& _qstrText) {
+                                                                  if (!outcome.blCancelled) {
+                                                                      bar.Update(_iRate, _qstrText);
+                                                                      return;
+                                                                  }
+                                                                  // The run clears the cancel flag when it
+                                                                  // starts; progress after a cancel means
+                                                                  // that it may have come too early. Once the
+                                                                  // flag holds, no progress passes any more,
+                                                                  // so a few repeats suffice.
+                                                                  if (iCancelResends < kMaxCancelResends) {
+                                                                      ++iCancelResends;
+                                                                      _host.Send("CanCelBackUp", {});
+                                                                  }
+                                                              });
+    CLS_SignalWatcher watcher;
+    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &_host, [&]() {
+        if (outcome.blCancelled) {
+            return;
+        }
+        outcome.blCancelled = true;
+        bar.Finish();
+        ClientOutput::Print("Cancelling; waiting for the run to end...");
+        _host.Send("CanCelBackUp", {});
+    });
+
+    QVariantMap qmapResult;
+    _host.WaitForAnswer(_host.Send("BackUp", {{"BackUpPath", _qstrFolder}}), qmapResult, -1);
+    bar.Finish();
+    QObject::disconnect(progress);
+
+    outcome.blSucceeded = qmapResult.value("__result__").toString() == "success" &&
+                          qmapResult.value("TaskResult", -1).toInt() == 0;
+    outcome.qstrArchive = qmapResult.value("BackUpPath").toString();
+    outcome.qstrReason = qmapResult.value("reason").toString();
+    if (outcome.qstrReason.isEmpty()) {
+        outcome.qstrReason = "see the log " + ClientSetup::DataPath() + "/Log/hx.log";
+    }
+    return outcome;
 }
 
 } // namespace Commands

@@ -1,5 +1,6 @@
 #include <QDir>
 #include <QFileInfo>
+#include <QTimer>
 
 #include "CLS_ArchiveContents.h"
 #include "CLS_CommandParser.h"
@@ -11,6 +12,9 @@
 
 namespace Commands {
 namespace {
+
+constexpr const char* kSafetyFolder = "PreRestore";
+constexpr int kCancelResendMs = 100;
 
 bool Confirmed(const QString& _qstrArchive)
 {
@@ -40,15 +44,87 @@ void PrintRestored(const QString& _qstrArchive, const CLS_ArchiveContents& _cont
     }
 }
 
+// The current data into <save folder>/PreRestore, through the module's own backup, so that a wrong
+// restore can be undone; only the newest such copy is kept. An archive restored from there is itself the
+// safety copy: a new one of the same minute would replace it.
+int MakeSafetyCopy(CLS_ModuleHost& _host, const QString& _qstrCommand, const QString& _qstrArchive,
+                   QString& _qstrSafetyArchive)
+{
+    STRUCT_BackUpSettings stSettings;
+    QString qstrError;
+    if (!ReadSettings(_host, stSettings, qstrError)) {
+        ClientOutput::PrintError(_qstrCommand, qstrError);
+        return ExitCode::kFailure;
+    }
+    const QString qstrFolder =
+        QDir::cleanPath(QDir::current().absoluteFilePath(stSettings.qstrPath) + "/" + kSafetyFolder);
+    if (QFileInfo(_qstrArchive).absolutePath() == qstrFolder) {
+        ClientOutput::Print("The archive is a safety copy itself; no new safety copy is made.");
+        return ExitCode::kSuccess;
+    }
+    if (!PrepareWritableFolder(qstrFolder, qstrError)) {
+        ClientOutput::PrintError(_qstrCommand, "no safety copy: " + qstrError + "; nothing was restored");
+        return ExitCode::kFailure;
+    }
+    ClientOutput::Print("Backing up the current data into " + qstrFolder + " first ...");
+    const STRUCT_BackUpOutcome outcome = RunBackUp(_host, qstrFolder);
+    if (!outcome.blSucceeded) {
+        if (outcome.blCancelled) {
+            ClientOutput::PrintError(_qstrCommand, "cancelled; nothing was restored");
+            return ExitCode::kInterrupted;
+        }
+        ClientOutput::PrintError(_qstrCommand,
+                                 "the safety copy failed: " + outcome.qstrReason +
+                                     "; nothing was restored (--no-safety-copy restores without one)");
+        return ExitCode::kFailure;
+    }
+    _qstrSafetyArchive = QFileInfo(outcome.qstrArchive).absoluteFilePath();
+    for (const QFileInfo& older : QDir(qstrFolder).entryInfoList({"BackUp_*.zip"}, QDir::Files)) {
+        if (older.absoluteFilePath() != _qstrSafetyArchive) {
+            QFile::remove(older.absoluteFilePath());
+        }
+    }
+    ClientOutput::Print("Safety copy: " + _qstrSafetyArchive);
+    return ExitCode::kSuccess;
+}
+
+// The "Recover" request. Ctrl-C and SIGTERM ask for a cancel, which the module honours until files go
+// into place; the run clears the flag when it starts, so the request is repeated until the answer comes.
+// True when a cancel was asked for.
+bool RunRestore(CLS_ModuleHost& _host, const QString& _qstrArchive, QVariantMap& _qmapResult)
+{
+    bool blCancelled = false;
+    QTimer resend;
+    resend.setInterval(kCancelResendMs);
+    QObject::connect(&resend, &QTimer::timeout, &_host, [&_host] { _host.Send("CanCelBackUp", {}); });
+    CLS_SignalWatcher watcher;
+    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &_host, [&] {
+        if (blCancelled) {
+            return;
+        }
+        blCancelled = true;
+        ClientOutput::Print(
+            "Cancelling; waiting for the restore to stop (once files go into place, it finishes)...");
+        _host.Send("CanCelBackUp", {});
+        resend.start();
+    });
+    _host.WaitForAnswer(_host.Send("Recover", {{"RecoverPath", _qstrArchive}}), _qmapResult, -1);
+    return blCancelled;
+}
+
 } // namespace
 
 int Recover(const QStringList& _lstArgs)
 {
-    CLS_CommandParser parser("recover", "ARCHIVE",
-                             "Restores the client data from a backup archive. Asks for confirmation first "
-                             "unless --yes is given, then reports what was restored.");
+    CLS_CommandParser parser(
+        "recover", "ARCHIVE",
+        "Restores the client data from a backup archive. Asks for confirmation first "
+        "unless --yes is given. First backs the current data up into PreRestore/ in the "
+        "save folder, keeping only the last such copy, unless --no-safety-copy is given. "
+        "Ctrl-C cancels until files start going into place. Reports what was restored.");
     parser.Parser().addPositionalArgument("ARCHIVE", "The backup archive (BackUp_*.zip).");
     parser.Parser().addOption({{"y", "yes"}, "Restore without asking."});
+    parser.Parser().addOption({"no-safety-copy", "Restore without backing up the current data first."});
     int iExit = ExitCode::kSuccess;
     if (!parser.Parse(_lstArgs, 1, 1, iExit)) {
         return iExit;
@@ -71,17 +147,35 @@ int Recover(const QStringList& _lstArgs)
     if (!StartClient(host, parser.Command())) {
         return ExitCode::kFailure;
     }
-    // A restore has no cancel: stopping half-way would leave the data half old, half new.
-    CLS_SignalWatcher watcher;
-    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &host,
-                     [] { ClientOutput::Print("A restore cannot be cancelled; waiting for it to end..."); });
+    QString qstrSafetyArchive;
+    if (!parser.Parser().isSet("no-safety-copy")) {
+        const int iSafetyExit = MakeSafetyCopy(host, parser.Command(), qstrArchive, qstrSafetyArchive);
+        if (iSafetyExit != ExitCode::kSuccess) {
+            return iSafetyExit;
+        }
+    }
+
     ClientOutput::Print("Restoring from " + qstrArchive + " ...");
     QVariantMap qmapResult;
-    host.WaitForAnswer(host.Send("Recover", {{"RecoverPath", qstrArchive}}), qmapResult, -1);
+    const bool blCancelled = RunRestore(host, qstrArchive, qmapResult);
     if (qmapResult.value("__result__").toString() != "success") {
-        ClientOutput::PrintError(parser.Command(),
-                                 "restore failed; see the log " + ClientSetup::DataPath() + "/Log/hx.log");
+        if (blCancelled) {
+            ClientOutput::PrintError(parser.Command(), "cancelled; nothing was restored");
+            return ExitCode::kInterrupted;
+        }
+        const QString qstrReason = qmapResult.value("reason").toString();
+        QString qstrMessage =
+            "restore failed: " +
+            (qstrReason.isEmpty() ? "see the log " + ClientSetup::DataPath() + "/Log/hx.log" : qstrReason);
+        if (!qstrSafetyArchive.isEmpty()) {
+            qstrMessage += "; the data as it was is in " + qstrSafetyArchive +
+                           ", put it back with: HxClient recover --yes --no-safety-copy " + qstrSafetyArchive;
+        }
+        ClientOutput::PrintError(parser.Command(), qstrMessage);
         return ExitCode::kFailure;
+    }
+    if (blCancelled) {
+        ClientOutput::Print("The restore was putting files in place when the cancel came; it finished.");
     }
     PrintRestored(qstrArchive, contents);
     return ExitCode::kSuccess;

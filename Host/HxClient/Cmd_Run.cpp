@@ -1,13 +1,16 @@
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLockFile>
 #include <QTimer>
 
 #include "CLS_CommandParser.h"
 #include "CLS_ModuleHost.h"
 #include "CLS_SignalWatcher.h"
 #include "ClientOutput.h"
+#include "ClientSetup.h"
 #include "Commands.h"
 #include "Logger.h"
 #include "Param.h"
@@ -64,6 +67,17 @@ void ReportTick(CLS_ModuleHost& _host, int _iTick)
     HX_LOG(Logger::LOG_INFO, kLogCode) << qstrLine;
 }
 
+// Whether a backup or restore runs in this process: the module holds its run lock in the data folder
+// while one does.
+bool RunGoingOnHere()
+{
+    QLockFile lock(ClientSetup::DataPath() + "/HxBackUp.lock");
+    qint64 iPid = 0;
+    QString qstrHost;
+    QString qstrApp;
+    return lock.getLockInfo(&iPid, &qstrHost, &qstrApp) && iPid == QCoreApplication::applicationPid();
+}
+
 } // namespace
 
 int Run(const QStringList& _lstArgs)
@@ -88,7 +102,18 @@ int Run(const QStringList& _lstArgs)
     ReportTick(host, iTick);
 
     QEventLoop loop;
-    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &loop, &QEventLoop::quit);
+    // A running automatic backup is cancelled as "CanCelBackUp" does. The module is then taken down, which
+    // stops the scheduler first and waits for the run to clean up, so that no new tick starts another.
+    bool blCancelled = false;
+    QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &loop, [&] {
+        if (!blCancelled && RunGoingOnHere()) {
+            blCancelled = true;
+            ClientOutput::Print("Cancelling the running backup; waiting for it to end...");
+            QVariantMap qmapIgnored;
+            host.Request("CanCelBackUp", {}, qmapIgnored, kRequestTimeoutMs);
+        }
+        loop.quit();
+    });
     QTimer timer;
     timer.setInterval(iPeriodMs);
     QObject::connect(&timer, &QTimer::timeout, &loop, [&] { ReportTick(host, ++iTick); });
@@ -96,7 +121,7 @@ int Run(const QStringList& _lstArgs)
     loop.exec();
     timer.stop();
     ClientOutput::Print("Stopping.");
-    return ExitCode::kSuccess;
+    return blCancelled ? ExitCode::kInterrupted : ExitCode::kSuccess;
 }
 
 } // namespace Commands

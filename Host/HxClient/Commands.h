@@ -34,6 +34,17 @@ struct STRUCT_BackUpSettings
 bool StartClient(CLS_ModuleHost& _host, const QString& _qstrCommand);
 // The settings through "LoadLastSaveSetting"; the reason on failure.
 bool ReadSettings(CLS_ModuleHost& _host, STRUCT_BackUpSettings& _stSettings, QString& _qstrError);
+// One backup through the module's "BackUp" request, with the progress bar; Ctrl-C and SIGTERM cancel it
+// and wait for its end.
+struct STRUCT_BackUpOutcome
+{
+    bool blSucceeded = false;
+    bool blCancelled = false; // a cancel was asked for (the run may have finished first)
+    QString qstrArchive;
+    QString qstrReason; // why it failed, for people
+};
+STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder);
+
 // Creates the folder when it is missing and proves that a file can be written in it.
 bool PrepareWritableFolder(const QString& _qstrPath, QString& _qstrError);
 

@@ -129,6 +129,10 @@
         <translation>the new archive did not pass its check</translation>
     </message>
     <message>
+        <source>msg_backup_busy</source>
+        <translation>another backup or restore of this client's data is running; try again when it has ended</translation>
+    </message>
+    <message>
         <source>lab_users</source>
         <translation>User</translation>
     </message>

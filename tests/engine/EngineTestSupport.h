@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QMap>
 #include <QProcess>
+#include <QStorageInfo>
 #include <QStringList>
 
 namespace EngineTest {
@@ -87,14 +88,23 @@ inline bool UnzipTestPasses(const QString& _qstrZip)
     return Unzip({"-tq", _qstrZip}, &qstrOutput) == 0 && qstrOutput.contains("No errors detected");
 }
 
-// A 64 MB tmpfs over a folder while the object lives, standing in for a nearly full volume.
+// A tmpfs (64 MB unless told) over a folder while the object lives, standing in for a nearly full volume.
 class CLS_SmallVolume
 {
 public:
-    explicit CLS_SmallVolume(const QString& _qstrPath) : m_qstrPath(_qstrPath)
+    explicit CLS_SmallVolume(const QString& _qstrPath, const QString& _qstrSize = "64m")
+        : m_qstrPath(_qstrPath)
     {
-        m_blMounted = QDir().mkpath(m_qstrPath) && geteuid() == 0 &&
-                      QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=64m", "tmpfs", m_qstrPath}) == 0;
+        m_blMounted =
+            QDir().mkpath(m_qstrPath) && geteuid() == 0 &&
+            QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=" + _qstrSize, "tmpfs", m_qstrPath}) == 0;
+    }
+    // Shrinks the volume to what it holds now plus _iSpareBytes: the next writes run out of space.
+    bool Fill(qint64 _iSpareBytes)
+    {
+        const qint64 iUsed = QStorageInfo(m_qstrPath).bytesTotal() - QStorageInfo(m_qstrPath).bytesFree();
+        return QProcess::execute(
+                   "mount", {"-o", QString("remount,size=%1").arg(iUsed + _iSpareBytes), m_qstrPath}) == 0;
     }
     ~CLS_SmallVolume()
     {

@@ -2,6 +2,7 @@
 #include <memory>
 #include <thread>
 
+#include <QLockFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -14,6 +15,8 @@
 #include "CLS_DBDaoC.h"
 #include "EngineTestSupport.h"
 #include "Param.h"
+#include "RestoreJournal.h"
+#include "RunLeftovers.h"
 
 using namespace EngineTest;
 
@@ -49,6 +52,18 @@ bool WriteConfigTable(const QString& _qstrDataPath, const QString& _qstrUserId,
     return blOk;
 }
 
+// The id of a process that has ended.
+qint64 DeadPid()
+{
+    QProcess process;
+    process.start("true", QStringList());
+    const qint64 iPid = process.waitForStarted() ? process.processId() : 0;
+    process.waitForFinished();
+    return iPid;
+}
+
+const QRegularExpression kArchiveName("^BackUp_\\d{4}(_\\d\\d){4}\\.zip$");
+
 } // namespace
 
 // A client's data below the temporary folder: data/ is the data folder, dl/Downloads and pv/Pictures the
@@ -71,6 +86,15 @@ private Q_SLOTS:
     void runLogLinesNameBackUpData_data();
     void runLogLinesNameBackUpData();
     void emptyCallBackThrowsAfterTheFirstSource();
+    void leftoversOfDeadRunsGo_data();
+    void leftoversOfDeadRunsGo();
+    void secondRunIsRefused_data();
+    void secondRunIsRefused();
+    void diskRunsOut_data();
+    void diskRunsOut();
+    void interruptedRestoreIsFinished();
+    void damagedJournalIsDropped_data();
+    void damagedJournalIsDropped();
     void backupComesBack();
     void sameFolderNameGoesToBothSources();
     void unmatchedFoldersAreDropped();
@@ -434,14 +458,17 @@ void tst_BackUpRecoverRun::emptyCallBackThrowsAfterTheFirstSource()
     QVERIFY(MakeClient());
     QVERIFY_EXCEPTION_THROWN(Presenter()->BackUpData(Save(), QVariantMap(), nullptr, m_qmapResult),
                              std::bad_function_call);
-    // The copies made so far stay: the first source, Db, and nothing after it.
+    // The copies made so far stay, marked: the first source, Db, and nothing after it.
     const QStringList lstLeft = SaveFolder();
-    QCOMPARE(lstLeft.size(), 1);
-    QCOMPARE(QDir(Save() + "/" + lstLeft.first()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+    QCOMPARE(lstLeft.size(), 2);
+    const QString qstrStaging = lstLeft.last();
+    QCOMPARE(lstLeft.first(), "." + qstrStaging + ".staging");
+    QCOMPARE(QDir(Save() + "/" + qstrStaging).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              QStringList{"Db"});
-    QVERIFY(QFileInfo::exists(Save() + "/" + lstLeft.first() + "/Db/main.db"));
+    QVERIFY(QFileInfo::exists(Save() + "/" + qstrStaging + "/Db/main.db"));
 
-    // The backup mutex went with the exception: another run on another thread gets it.
+    // The backup mutex and the run lock went with the exception: another run on another thread gets
+    // them, and removes what the first one left.
     auto pDone = std::make_shared<std::promise<bool>>();
     std::future<bool> done = pDone->get_future();
     std::thread([pDone, qstrSave = Save()]() {
@@ -451,6 +478,229 @@ void tst_BackUpRecoverRun::emptyCallBackThrowsAfterTheFirstSource()
     }).detach();
     QCOMPARE(done.wait_for(std::chrono::seconds(60)), std::future_status::ready);
     QVERIFY(done.get());
+    QCOMPARE(SaveFolder().filter(kArchiveName), SaveFolder());
+}
+
+void tst_BackUpRecoverRun::leftoversOfDeadRunsGo_data()
+{
+    // Files to make in the save folder ("<dead>" and "<live>" stand for the process id of such a run),
+    // and what of them the next run leaves.
+    QTest::addColumn<QStringList>("made");
+    QTest::addColumn<QStringList>("kept");
+    const QString qstrStaging = ".BackUp_2024_01_31_08_05.staging";
+    QTest::newRow("staging of a dead run")
+        << QStringList{qstrStaging + "=<dead>", "BackUp_2024_01_31_08_05/Db/main.db"} << QStringList();
+    QTest::newRow("staging and temporary archives of a live run")
+        << QStringList{qstrStaging + "=<live>", "BackUp_2024_01_31_08_05/Db/main.db",
+                       ".BackUp_2024_01_31_08_05.partial.zip", ".BackUp_2024_01_31_08_05.partial.zip.Ab12Cd"}
+        << QStringList{qstrStaging, ".BackUp_2024_01_31_08_05.partial.zip",
+                       ".BackUp_2024_01_31_08_05.partial.zip.Ab12Cd", "BackUp_2024_01_31_08_05"};
+    QTest::newRow("temporary archives of a dead run")
+        << QStringList{".BackUp_2024_01_31_08_07.partial.zip", ".BackUp_2024_01_31_08_07.partial.zip.Ab12Cd"}
+        << QStringList();
+    QTest::newRow("unpack folder of a dead run")
+        << QStringList{".HxRestore_Ab12Cd/.HxRestoreRun=<dead>", ".HxRestore_Ab12Cd/BackUp_x/data/a.json"}
+        << QStringList();
+    // Unmarked folders are the user's, whatever their names.
+    QTest::newRow("the user's folders")
+        << QStringList{"BackUp_2024_01_31_08_06/mine.txt", ".HxRestore_mine/mine.txt", "BackUp_notes.txt"}
+        << QStringList{".HxRestore_mine", "BackUp_2024_01_31_08_06", "BackUp_notes.txt"};
+}
+
+void tst_BackUpRecoverRun::leftoversOfDeadRunsGo()
+{
+    QFETCH(QStringList, made);
+    QFETCH(QStringList, kept);
+    QVERIFY(MakeClient());
+    const QByteArray qbaDead = QByteArray::number(DeadPid()) + "\n";
+    for (const QString& qstrMade : made) {
+        const QString qstrContent = qstrMade.section('=', 1);
+        const QByteArray qbaContent = qstrContent == "<dead>"   ? qbaDead
+                                      : qstrContent == "<live>" ? QByteArray("1\n")
+                                                                : QByteArray("x");
+        QVERIFY(WriteFile(Save() + "/" + qstrMade.section('=', 0, 0), qbaContent));
+    }
+    QVERIFY(BackUp());
+    QStringList lstLeft = SaveFolder();
+    QCOMPARE(lstLeft.filter(kArchiveName).size(), 1);
+    lstLeft.removeOne(lstLeft.filter(kArchiveName).first());
+    kept.sort();
+    QCOMPARE(lstLeft, kept);
+    QSet<QString> setRemoved;
+    for (const QString& qstrMade : made) {
+        setRemoved.insert(qstrMade.section('=', 0, 0).section('/', 0, 0));
+    }
+    QCOMPARE(LogCount(" BackUpData removed what an earlier run left"), setRemoved.size() - kept.size());
+}
+
+void tst_BackUpRecoverRun::secondRunIsRefused_data()
+{
+    QTest::addColumn<QString>("run");
+    QTest::addColumn<QString>("lockOwner"); // "live": held by this process; "dead": left by an ended one
+    QTest::addColumn<bool>("refused");
+    for (const char* pRun : {"backup", "restore"}) {
+        QTest::newRow(qPrintable(QString(pRun) + " while another runs")) << pRun << "live" << true;
+        QTest::newRow(qPrintable(QString(pRun) + " after a dead run")) << pRun << "dead" << false;
+    }
+}
+
+void tst_BackUpRecoverRun::secondRunIsRefused()
+{
+    QFETCH(QString, run);
+    QFETCH(QString, lockOwner);
+    QFETCH(bool, refused);
+    QVERIFY(MakeClient());
+    const QString qstrZip = run == "restore" ? BackUpArchive() : QString();
+    QVERIFY(run == "backup" || !qstrZip.isEmpty());
+    QVERIFY(WriteFile(Data() + "/a.json", "changed since"));
+    m_lstReports.clear();
+    m_qmapResult.clear();
+    const QString qstrLock = Data() + "/HxBackUp.lock";
+    QLockFile heldLock(qstrLock);
+    if (lockOwner == "live") {
+        QVERIFY(heldLock.tryLock(0));
+    } else {
+        QVERIFY(WriteFile(qstrLock, QByteArray::number(DeadPid()) + "\n" +
+                                        QCoreApplication::applicationName().toUtf8() + "\n" +
+                                        QSysInfo::machineHostName().toUtf8() + "\n"));
+    }
+    const QStringList lstSaveBefore = SaveFolder();
+    const QMap<QString, QByteArray> mapBefore = LiveData();
+
+    // The backup's own result map, the restore's through the request that the host sends.
+    QVariantMap qmapAnswer;
+    bool blDone = false;
+    if (run == "backup") {
+        blDone = Presenter()->BackUpData(Save(), QVariantMap(), Recorder(), qmapAnswer);
+        QCOMPARE(Rates().isEmpty(), refused);
+    } else {
+        blDone = Presenter()->TaskHandler("Recover", {{"RecoverPath", qstrZip}}, qmapAnswer) == 1;
+    }
+    QCOMPARE(blDone, !refused);
+    QCOMPARE(qmapAnswer.value("reason").toString(),
+             refused ? CLS_BackUpPresenter::tr("msg_backup_busy") : QString());
+    QCOMPARE(LogCount("another backup or restore is running [lock " + qstrLock), refused ? 1 : 0);
+    if (refused) {
+        // Nothing touched: no report, no file in the save folder, the live data as it was.
+        QCOMPARE(SaveFolder(), lstSaveBefore);
+        QCOMPARE(LiveData(), mapBefore);
+        QCOMPARE(ReadFile(Data() + "/a.json"), QByteArray("changed since"));
+    } else {
+        QCOMPARE(ReadFile(Data() + "/a.json"),
+                 run == "restore" ? QByteArray("data/a.json") : "changed since");
+        QVERIFY(!QFileInfo::exists(qstrLock));
+    }
+}
+
+void tst_BackUpRecoverRun::diskRunsOut_data()
+{
+    QTest::addColumn<QString>("volumeSize");
+    QTest::addColumn<int>("fillAt"); // the rate at which the volume fills up; -1: never
+    QTest::addColumn<QString>("logged");
+    // Room beside the reserve for the source, but not for its staging copy and the archive too.
+    QTest::newRow("the run cannot fit")
+        << "5128m" << -1 << " DirToZip failed  qiDiskAvailableStorage is null";
+    QTest::newRow("the volume fills before packing") << "5200m" << 49 << " BackUpData failed  volume full";
+}
+
+void tst_BackUpRecoverRun::diskRunsOut()
+{
+    QFETCH(QString, volumeSize);
+    QFETCH(int, fillAt);
+    QFETCH(QString, logged);
+    CLS_SmallVolume volume(Save(), volumeSize);
+    if (!volume.IsMounted()) {
+        QSKIP("a tmpfs cannot be mounted here (needs root and mount rights)");
+    }
+    QVERIFY(MakeClient());
+    // 6 MiB that does not compress.
+    QByteArray qbaPicture(6 << 20, '\0');
+    for (int i = 0; i < qbaPicture.size(); ++i) {
+        qbaPicture[i] = static_cast<char>((i * 2654435761u) >> 13);
+    }
+    QVERIFY(WriteFile(Data() + "/FacePicture/large.jpg", qbaPicture));
+    const bool blDone = Presenter()->BackUpData(
+        Save(), QVariantMap(),
+        [&](const QString& _qstrKey, const QVariantMap& _qmapData) {
+            m_lstReports << qMakePair(_qstrKey, _qmapData);
+            if (_qmapData.value("intRate").toInt() == fillAt) {
+                volume.Fill(256 << 10);
+            }
+            return 0;
+        },
+        m_qmapResult);
+    QVERIFY(!blDone);
+    QCOMPARE(m_qmapResult, (QVariantMap{{"reason", CLS_BackUpPresenter::tr("msg_disk_less")}}));
+    QCOMPARE(LogCount(logged), 1);
+    if (fillAt < 0) {
+        QCOMPARE(Rates(), QList<int>{0});
+    }
+    QCOMPARE(SaveFolder(), QStringList());
+}
+
+// A restore that died while putting files in place: half the pictures are back, half are not.
+void tst_BackUpRecoverRun::interruptedRestoreIsFinished()
+{
+    QVERIFY(MakeClient());
+    for (int i = 0; i < 6; ++i) {
+        QVERIFY(WriteFile(QString("%1/FacePicture/p%2.jpg").arg(Data()).arg(i), QByteArray::number(i)));
+    }
+    const QString qstrZip = BackUpArchive();
+    QVERIFY(!qstrZip.isEmpty());
+    const QMap<QString, QByteArray> mapBackedUp = LiveData();
+    for (int i = 0; i < 6; ++i) {
+        QVERIFY(WriteFile(QString("%1/FacePicture/p%2.jpg").arg(Data()).arg(i), "changed"));
+    }
+    QVERIFY(WriteFile(Data() + "/a.json", "changed"));
+
+    const QString qstrUnpack = RunLeftovers::MakeUnpackFolder(Save());
+    QVERIFY(Presenter()->ZipToDir(qstrZip, qstrUnpack));
+    const QString qstrRoot = qstrUnpack + "/" + QFileInfo(qstrZip).baseName();
+    QVERIFY(RestoreJournal::Write(qstrUnpack, {{qstrRoot + "/FacePicture", Data() + "/FacePicture", "", true},
+                                               {qstrRoot + "/data", Data(), "", true}}));
+    for (int i = 0; i < 3; ++i) {
+        const QString qstrName = QString("/FacePicture/p%1.jpg").arg(i);
+        QVERIFY(QFile::remove(Data() + qstrName) && QFile::rename(qstrRoot + qstrName, Data() + qstrName));
+    }
+
+    Presenter()->FinishInterruptedRestore();
+    QCOMPARE(LiveData(), mapBackedUp);
+    QVERIFY(!QFileInfo::exists(RestoreJournal::Path()));
+    QCOMPARE(SaveFolder(), QStringList{QFileInfo(qstrZip).fileName()});
+    QCOMPARE(LogCount("RecoverData finishing an interrupted restore [unpack : " + qstrUnpack), 1);
+}
+
+void tst_BackUpRecoverRun::damagedJournalIsDropped_data()
+{
+    QTest::addColumn<QByteArray>("journal"); // %1 stands for a marked unpack folder
+    QTest::addColumn<QString>("detail");
+    QTest::newRow("not a journal") << QByteArray("{\"unpack\": ") << "unreadable journal";
+    QTest::newRow("unpack folder gone")
+        << QByteArray("{\"unpack\": \"%1-gone\", \"placements\": []}") << "no unpack folder at";
+    QTest::newRow("unpacked folder gone")
+        << QByteArray("{\"unpack\": \"%1\", \"placements\": [{\"from\": \"%1/B/FacePicture\", "
+                      "\"to\": \"/tmp/x\", \"move\": true}]}")
+        << "unpacked folder missing";
+    QTest::newRow("a folder outside the unpack folder")
+        << QByteArray("{\"unpack\": \"%1\", \"placements\": [{\"from\": \"%1/../../data/Db\", "
+                      "\"to\": \"/tmp/x\", \"move\": true}]}")
+        << "unpacked folder missing";
+}
+
+void tst_BackUpRecoverRun::damagedJournalIsDropped()
+{
+    QFETCH(QByteArray, journal);
+    QFETCH(QString, detail);
+    QVERIFY(MakeClient());
+    const QString qstrUnpack = RunLeftovers::MakeUnpackFolder(Save());
+    QVERIFY(!qstrUnpack.isEmpty());
+    const QMap<QString, QByteArray> mapBefore = LiveData();
+    QVERIFY(WriteFile(RestoreJournal::Path(), QString::fromUtf8(journal).replace("%1", qstrUnpack).toUtf8()));
+    Presenter()->FinishInterruptedRestore();
+    QCOMPARE(LiveData(), mapBefore);
+    QVERIFY(!QFileInfo::exists(RestoreJournal::Path()));
+    QCOMPARE(LogLines(Data()).filter(" RecoverData journal dropped, live data left as it is").size(), 1);
+    QVERIFY2(LogLines(Data()).filter(detail).size() == 1, qPrintable(detail));
 }
 
 void tst_BackUpRecoverRun::backupComesBack()

@@ -43,6 +43,7 @@ private Q_SLOTS:
     void backUpThenRestoreChangedData();
     void cancelledBackUpLeavesNothing_data();
     void cancelledBackUpLeavesNothing();
+    void failedRestoreNamesItsSafetyCopy();
     void runReportsTicksUntilInterrupted();
     void guiOpensAndClosesOnInterrupt();
     void guiWithoutDisplayGivesOneLine();
@@ -54,8 +55,8 @@ private:
     // Starts a command that runs until interrupted, collecting its standard output into _qstrOut.
     void Start(QProcess& _process, QString& _qstrOut, const QString& _qstrDataPath,
                const QStringList& _lstArgs);
-    // Ctrl+C, as a user stops a command: its exit code, -1 if it crashed or did not end.
-    static int Interrupt(QProcess& _process, int _iTimeoutMs);
+    // Ctrl+C (or another signal), as a user stops a command: its exit code, -1 if it crashed or did not end.
+    static int Interrupt(QProcess& _process, int _iTimeoutMs, int _iSignal = SIGINT);
 
     QTemporaryDir m_dir;
     QString m_qstrRuntimeDir;
@@ -123,9 +124,9 @@ void tst_HxClient::Start(QProcess& _process, QString& _qstrOut, const QString& _
     QVERIFY(_process.waitForStarted(kQuickMs));
 }
 
-int tst_HxClient::Interrupt(QProcess& _process, int _iTimeoutMs)
+int tst_HxClient::Interrupt(QProcess& _process, int _iTimeoutMs, int _iSignal)
 {
-    if (::kill(static_cast<pid_t>(_process.processId()), SIGINT) != 0 ||
+    if (::kill(static_cast<pid_t>(_process.processId()), _iSignal) != 0 ||
         !_process.waitForFinished(_iTimeoutMs)) {
         return -1;
     }
@@ -345,6 +346,10 @@ void tst_HxClient::backUpThenRestoreChangedData()
     stResult = Run(qstrData, {"recover", "--yes", archive.absoluteFilePath()}, kRunMs);
     QVERIFY2(stResult.blFinished && stResult.iExit == 0, qPrintable(stResult.qstrOut + stResult.qstrErr));
     QVERIFY(stResult.qstrOut.contains("Restored " + archive.absoluteFilePath()));
+    // The data as it was before the restore, kept by the restore itself.
+    const QString qstrSafety = LabelledValue(stResult.qstrOut, "Safety copy");
+    QCOMPARE(QFileInfo(qstrSafety).absolutePath(), qstrData + "/AutoBackUp/PreRestore");
+    QVERIFY(Unzip(qstrUnzip, {"-p", qstrSafety, "FacePicture/face_001.png"}, kQuickMs) == "changed");
     for (auto it = mapExpected.cbegin(); it != mapExpected.cend(); ++it) {
         // The store is rewritten by every start of the module.
         if (it.key() == "data/HxParam.json") {
@@ -375,14 +380,17 @@ void tst_HxClient::backUpThenRestoreChangedData()
 void tst_HxClient::cancelledBackUpLeavesNothing_data()
 {
     QTest::addColumn<bool>("beforeProgress");
+    QTest::addColumn<int>("signal");
     // Early, the cancel may reach the module before the run has even started.
-    QTest::newRow("as soon as it starts") << true;
-    QTest::newRow("after the first progress") << false;
+    QTest::newRow("as soon as it starts") << true << int(SIGINT);
+    QTest::newRow("after the first progress") << false << int(SIGINT);
+    QTest::newRow("terminated") << false << int(SIGTERM);
 }
 
 void tst_HxClient::cancelledBackUpLeavesNothing()
 {
     QFETCH(bool, beforeProgress);
+    QFETCH(int, signal);
     const QString qstrData = m_dir.filePath("cancel/data");
     const QString qstrBackups = m_dir.filePath("cancel/") + QTest::currentDataTag();
     // Enough recordings that the run is still copying or packing when the cancel comes.
@@ -398,7 +406,7 @@ void tst_HxClient::cancelledBackUpLeavesNothing()
             process.state() == QProcess::NotRunning,
         kRunMs);
     QVERIFY2(process.state() == QProcess::Running, qPrintable(qstrOut));
-    const int iExit = Interrupt(process, kRunMs);
+    const int iExit = Interrupt(process, kRunMs, signal);
     qstrOut += QString::fromUtf8(process.readAllStandardOutput());
     const QString qstrErr = QString::fromUtf8(process.readAllStandardError());
 
@@ -407,6 +415,37 @@ void tst_HxClient::cancelledBackUpLeavesNothing()
     QVERIFY2(IsOneLine(qstrErr) && qstrErr.contains("cancelled"), qPrintable(qstrErr));
     QCOMPARE(QDir(qstrBackups).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
              QStringList());
+}
+
+void tst_HxClient::failedRestoreNamesItsSafetyCopy()
+{
+    const QString qstrData = m_dir.filePath("safety/data");
+    const QString qstrSafetyFolder = qstrData + "/AutoBackUp/PreRestore";
+    QCOMPARE(Run(qstrData, {"demo-data"}).iExit, 0);
+    // An older safety copy goes once a new one is made.
+    QVERIFY(QDir().mkpath(qstrSafetyFolder));
+    QVERIFY(WriteBytes(qstrSafetyFolder + "/BackUp_2020_01_01_00_00.zip", "older"));
+    QVERIFY(WriteBytes(qstrData + "/FacePicture/face_001.png", "as it was"));
+
+    // Its data fails a CRC check while unpacking, after the safety copy.
+    const QString qstrBroken = QFINDTESTDATA("../engine/data/flipped_byte.zip");
+    QVERIFY(!qstrBroken.isEmpty());
+    STRUCT_Result stResult = Run(qstrData, {"recover", "--yes", qstrBroken}, kRunMs);
+    QCOMPARE(stResult.iExit, 1);
+    QVERIFY2(IsOneLine(stResult.qstrErr), qPrintable(stResult.qstrErr));
+    const QStringList lstKept = QDir(qstrSafetyFolder).entryList(QDir::Files);
+    QCOMPARE(lstKept.size(), 1);
+    const QString qstrSafety = qstrSafetyFolder + "/" + lstKept.first();
+    QVERIFY2(stResult.qstrErr.contains("HxClient recover --yes --no-safety-copy " + qstrSafety),
+             qPrintable(stResult.qstrErr));
+
+    // The command named puts the data back, and makes no new copy over the one it restores.
+    QVERIFY(WriteBytes(qstrData + "/FacePicture/face_001.png", "changed"));
+    stResult = Run(qstrData, {"recover", "--yes", qstrSafety}, kRunMs);
+    QVERIFY2(stResult.iExit == 0, qPrintable(stResult.qstrErr));
+    QVERIFY(stResult.qstrOut.contains("is a safety copy itself"));
+    QCOMPARE(FileBytes(qstrData + "/FacePicture/face_001.png"), QByteArray("as it was"));
+    QCOMPARE(QDir(qstrSafetyFolder).entryList(QDir::Files), lstKept);
 }
 
 void tst_HxClient::runReportsTicksUntilInterrupted()
