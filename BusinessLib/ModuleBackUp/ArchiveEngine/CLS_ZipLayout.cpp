@@ -182,7 +182,8 @@ bool CLS_ZipLayout::Read(const QString& _qstrZipPath)
     if (!file.seek(qint64(iDirectoryOffset))) {
         return Fail("cannot read the central directory");
     }
-    m_vecEntries.reserve(int(iCount));
+    // The claim is only an upper bound until the records are there.
+    m_vecEntries.reserve(int(qMin<quint64>(iCount, 1 << 16)));
     for (quint64 i = 0; i < iCount; ++i) {
         const qint64 iStart = file.pos();
         const QByteArray qbaHeader = file.read(kCentralHeaderSize);

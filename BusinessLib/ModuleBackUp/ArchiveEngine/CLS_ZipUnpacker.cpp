@@ -4,6 +4,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -197,8 +198,12 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
     };
     std::vector<std::thread> vecThreads;
     const int iThreads = int(qMin<size_t>(size_t(m_iThreads), vecJobs.size()));
-    for (int i = 1; i < iThreads; ++i) {
-        vecThreads.emplace_back(work);
+    try {
+        for (int i = 1; i < iThreads; ++i) {
+            vecThreads.emplace_back(work);
+        }
+    } catch (const std::system_error&) {
+        // Fewer threads do the same work.
     }
     work();
     for (std::thread& thread : vecThreads) {
