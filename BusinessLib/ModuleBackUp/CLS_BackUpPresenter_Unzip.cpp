@@ -35,7 +35,8 @@ bool CLS_BackUpPresenter::ZipToDir(const QString& _qstrZipName, const QString& _
     if (result == CLS_ZipUnpacker::ARCHIVE_REFUSED) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix() << "ZipToDir failed archive unreadable [_qstrZipName " << qstrZipPath << "] "
-            << (failure.qstrEntry.isEmpty() ? QString() : "[" + failure.qstrEntry + "] ") << failure.qstrDetail;
+            << (failure.qstrEntry.isEmpty() ? QString() : "[" + failure.qstrEntry + "] ")
+            << failure.qstrDetail;
         return false;
     }
     if (result == CLS_ZipUnpacker::ENTRY_FAILED) {

@@ -8,7 +8,8 @@
 namespace EngineTest {
 
 // Runs a Python script (Python's zipfile is a writer independent of ours); false when it did not finish well.
-inline bool RunPython(const QString& _qstrScript, const QStringList& _lstArguments, QString* _pOutput = nullptr)
+inline bool RunPython(const QString& _qstrScript, const QStringList& _lstArguments,
+                      QString* _pOutput = nullptr)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);

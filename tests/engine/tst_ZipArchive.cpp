@@ -282,13 +282,15 @@ void tst_ZipArchive::hostileArchives_data()
     QTest::addColumn<QString>("logged"); // <zip>: the archive's path
     QTest::newRow("names that climb out") << "zip_slip" << true << QStringList{"good/", "good/ok.txt"}
                                           << "ZipToDir passed over entry [../slip_parent.txt] name leads out";
-    QTest::newRow("truncated") << "truncated" << false << QStringList()
-                               << "ZipToDir failed archive unreadable [_qstrZipName <zip>] no end of central directory";
-    QTest::newRow("2^50 bytes claimed") << "zip64_2pow50_deflated" << false << QStringList()
-                                        << "more than deflate gives";
-    QTest::newRow("damaged entry") << "deflated_bad_crc" << false << QStringList()
-                                   << "ZipToDir failed entry [big.db] CRC-32 check failed: 3145729 bytes read, "
-                                      "3145729 recorded [_qstrZipName <zip>";
+    QTest::newRow("truncated")
+        << "truncated" << false << QStringList()
+        << "ZipToDir failed archive unreadable [_qstrZipName <zip>] no end of central directory";
+    QTest::newRow("2^50 bytes claimed")
+        << "zip64_2pow50_deflated" << false << QStringList() << "more than deflate gives";
+    QTest::newRow("damaged entry")
+        << "deflated_bad_crc" << false << QStringList()
+        << "ZipToDir failed entry [big.db] CRC-32 check failed: 3145729 bytes read, "
+           "3145729 recorded [_qstrZipName <zip>";
 }
 
 void tst_ZipArchive::hostileArchives()

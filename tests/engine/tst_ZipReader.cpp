@@ -104,23 +104,38 @@ void tst_ZipReader::refusedBeforeWriting_data()
 {
     QTest::addColumn<QString>("fixture");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("zip64: 2^40 entries, directory to match") << "zip64_2pow40_entries" << "lies outside the archive";
-    QTest::newRow("zip64: 2^40 entries in a small directory")
-        << "zip64_2pow40_entries_small_directory" << "1099511627776 entries claimed";
-    QTest::newRow("zip64: 2^50 bytes deflated") << "zip64_2pow50_deflated" << "more than deflate gives";
-    QTest::newRow("zip64: 2^50 bytes stored") << "zip64_2pow50_stored" << "outside the archive";
-    QTest::newRow("3 GiB from a few hundred bytes") << "claims_3gib" << "more than deflate gives";
-    QTest::newRow("3 GiB compressed") << "compressed_3gib" << "outside the archive";
-    QTest::newRow("local header past the end") << "local_offset_past_end" << "outside the archive";
-    QTest::newRow("directory past the end") << "directory_offset_past_end" << "lies outside the archive";
-    QTest::newRow("stored, two sizes") << "stored_two_sizes" << "with two different sizes";
-    QTest::newRow("unknown method") << "unknown_method" << "uses compression method 12";
-    QTest::newRow("local header, other method") << "local_method" << "names another compression method";
-    QTest::newRow("comment past the end") << "comment_past_end" << "no end of central directory";
-    QTest::newRow("truncated") << "truncated" << "no end of central directory";
-    QTest::newRow("random bytes") << "random" << "no end of central directory";
-    QTest::newRow("empty file") << "empty" << "too short for a zip archive";
-    QTest::newRow("one name twice") << "same_name_twice" << "already exists";
+    QTest::newRow("zip64: 2^40 entries, directory to match") << "zip64_2pow40_entries"
+                                                             << "lies outside the archive";
+    QTest::newRow("zip64: 2^40 entries in a small directory") << "zip64_2pow40_entries_small_directory"
+                                                              << "1099511627776 entries claimed";
+    QTest::newRow("zip64: 2^50 bytes deflated") << "zip64_2pow50_deflated"
+                                                << "more than deflate gives";
+    QTest::newRow("zip64: 2^50 bytes stored") << "zip64_2pow50_stored"
+                                              << "outside the archive";
+    QTest::newRow("3 GiB from a few hundred bytes") << "claims_3gib"
+                                                    << "more than deflate gives";
+    QTest::newRow("3 GiB compressed") << "compressed_3gib"
+                                      << "outside the archive";
+    QTest::newRow("local header past the end") << "local_offset_past_end"
+                                               << "outside the archive";
+    QTest::newRow("directory past the end") << "directory_offset_past_end"
+                                            << "lies outside the archive";
+    QTest::newRow("stored, two sizes") << "stored_two_sizes"
+                                       << "with two different sizes";
+    QTest::newRow("unknown method") << "unknown_method"
+                                    << "uses compression method 12";
+    QTest::newRow("local header, other method") << "local_method"
+                                                << "names another compression method";
+    QTest::newRow("comment past the end") << "comment_past_end"
+                                          << "no end of central directory";
+    QTest::newRow("truncated") << "truncated"
+                               << "no end of central directory";
+    QTest::newRow("random bytes") << "random"
+                                  << "no end of central directory";
+    QTest::newRow("empty file") << "empty"
+                                << "too short for a zip archive";
+    QTest::newRow("one name twice") << "same_name_twice"
+                                    << "already exists";
 }
 
 void tst_ZipReader::refusedBeforeWriting()
@@ -143,13 +158,24 @@ void tst_ZipReader::damagedEntryFails_data()
     QTest::addColumn<QString>("fixture");
     QTest::addColumn<QString>("entry");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("stored, a byte flipped") << "flipped_byte" << "config.json" << "CRC-32 check failed";
-    QTest::newRow("inflates past its size") << "inflates_past_size" << "zeros.bin"
+    QTest::newRow("stored, a byte flipped") << "flipped_byte"
+                                            << "config.json"
+                                            << "CRC-32 check failed";
+    QTest::newRow("inflates past its size") << "inflates_past_size"
+                                            << "zeros.bin"
                                             << "does not inflate to the recorded 1000 bytes";
-    QTest::newRow("one byte more") << "inflates_one_past" << "big.db" << "does not inflate to the recorded 3145728";
-    QTest::newRow("one byte less") << "inflates_one_short" << "big.db" << "does not inflate to the recorded 3145730";
-    QTest::newRow("stream cut short") << "stream_cut_short" << "c.bin" << "does not inflate to the recorded 3145729";
-    QTest::newRow("deflated, CRC-32 changed") << "deflated_bad_crc" << "big.db" << "CRC-32 check failed";
+    QTest::newRow("one byte more") << "inflates_one_past"
+                                   << "big.db"
+                                   << "does not inflate to the recorded 3145728";
+    QTest::newRow("one byte less") << "inflates_one_short"
+                                   << "big.db"
+                                   << "does not inflate to the recorded 3145730";
+    QTest::newRow("stream cut short") << "stream_cut_short"
+                                      << "c.bin"
+                                      << "does not inflate to the recorded 3145729";
+    QTest::newRow("deflated, CRC-32 changed") << "deflated_bad_crc"
+                                              << "big.db"
+                                              << "CRC-32 check failed";
 }
 
 void tst_ZipReader::damagedEntryFails()
@@ -158,7 +184,8 @@ void tst_ZipReader::damagedEntryFails()
     QFETCH(QString, entry);
     QFETCH(QString, reason);
     CLS_ZipUnpacker unpacker;
-    QCOMPARE(UnpackInSandbox(QFINDTESTDATA("data/" + fixture + ".zip"), unpacker), CLS_ZipUnpacker::ENTRY_FAILED);
+    QCOMPARE(UnpackInSandbox(QFINDTESTDATA("data/" + fixture + ".zip"), unpacker),
+             CLS_ZipUnpacker::ENTRY_FAILED);
     QCOMPARE(unpacker.Failure().qstrEntry, entry);
     QVERIFY2(unpacker.Failure().qstrDetail.contains(reason), qPrintable(unpacker.Failure().qstrDetail));
     // However much of it was written, the damaged file is gone.
@@ -227,7 +254,8 @@ void tst_ZipReader::parallelUnpackIsExact()
                                         {"video/clip.mp4", RandomBytes((9 << 20) + 5, 1)},
                                         {"noise.bin", RandomBytes((1 << 20) + 3, 2)}};
     for (int i = 0; i < 300; ++i) {
-        mapSource.insert(QString("FacePicture/%1/p%2.jpg").arg(i % 7).arg(i), RandomBytes(1000 + 97 * i, 10 + i));
+        mapSource.insert(QString("FacePicture/%1/p%2.jpg").arg(i % 7).arg(i),
+                         RandomBytes(1000 + 97 * i, 10 + i));
         mapSource.insert(QString("config/c%1.json").arg(i), QByteArray::number(i).repeated(i));
     }
     for (auto it = mapSource.cbegin(); it != mapSource.cend(); ++it) {

@@ -61,8 +61,8 @@ bool ReadAt(QFile& _file, qint64 _iOffset, qint64 _iSize, QByteArray& _qbaData)
 }
 
 // The values that a zip64 extra field holds for the central record's saturated ones, in their order.
-bool ReadZip64Extra(const QByteArray& _qbaExtra, STRUCT_ZipEntryPlace& _entry, bool _blSize, bool _blCompressed,
-                    bool _blOffset)
+bool ReadZip64Extra(const QByteArray& _qbaExtra, STRUCT_ZipEntryPlace& _entry, bool _blSize,
+                    bool _blCompressed, bool _blOffset)
 {
     for (int iPos = 0; iPos + 4 <= _qbaExtra.size();) {
         const quint16 iId = U16(_qbaExtra, iPos);
@@ -168,14 +168,16 @@ bool CLS_ZipLayout::Read(const QString& _qstrZipPath)
         return Fail("zip64 end of central directory missing");
     }
     // Every central record takes at least 46 bytes, and the directory lies before the end records.
-    if (iDirectorySize > quint64(iDirectoryLimit) || iDirectoryOffset > quint64(iDirectoryLimit) - iDirectorySize) {
+    if (iDirectorySize > quint64(iDirectoryLimit) ||
+        iDirectoryOffset > quint64(iDirectoryLimit) - iDirectorySize) {
         return Fail(QString("central directory of %1 bytes at offset %2 lies outside the archive of %3 bytes")
                         .arg(iDirectorySize)
                         .arg(iDirectoryOffset)
                         .arg(iFileSize));
     }
     if (iCount > iDirectorySize / kCentralHeaderSize) {
-        return Fail(QString("%1 entries claimed in a central directory of %2 bytes").arg(iCount).arg(iDirectorySize));
+        return Fail(
+            QString("%1 entries claimed in a central directory of %2 bytes").arg(iCount).arg(iDirectorySize));
     }
     const qint64 iDirectoryEnd = qint64(iDirectoryOffset + iDirectorySize);
 

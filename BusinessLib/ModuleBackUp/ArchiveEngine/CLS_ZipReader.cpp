@@ -24,7 +24,8 @@ bool CLS_ZipReader::Fail(const QString& _qstrReason)
 
 QString CLS_ZipReader::EntryName(const STRUCT_ZipEntryPlace& _entry)
 {
-    return _entry.blUtf8Name ? QString::fromUtf8(_entry.qbaRawName) : QString::fromLocal8Bit(_entry.qbaRawName);
+    return _entry.blUtf8Name ? QString::fromUtf8(_entry.qbaRawName)
+                             : QString::fromLocal8Bit(_entry.qbaRawName);
 }
 
 bool CLS_ZipReader::Open(const QString& _qstrZipPath)
@@ -34,7 +35,8 @@ bool CLS_ZipReader::Open(const QString& _qstrZipPath)
         return Fail(m_layout.ErrorText());
     }
     int iError = 0;
-    m_archive.reset(zip_open(QFile::encodeName(_qstrZipPath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &iError));
+    m_archive.reset(
+        zip_open(QFile::encodeName(_qstrZipPath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &iError));
     if (!m_archive) {
         return Fail(LibzipError(iError));
     }

@@ -78,7 +78,8 @@ public:
                 !qstrCanonical.startsWith(m_qstrCanonicalRoot + "/")) {
                 qstrDetail = "folder leads out of the unpack root through a link";
             }
-            it = m_hashDone.insert(_qstrRelative, {!qstrCanonical.isEmpty() && qstrDetail.isEmpty(), qstrDetail});
+            it = m_hashDone.insert(_qstrRelative,
+                                   {!qstrCanonical.isEmpty() && qstrDetail.isEmpty(), qstrDetail});
         }
         _qstrDetail = it->second;
         return it->first;
@@ -149,15 +150,17 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
     std::mutex mutex;
     int iFailedIndex = -1;
     auto work = [&]() {
-        const CLS_FileDescriptor archive(open(QFile::encodeName(_qstrZipPath).constData(), O_RDONLY | O_CLOEXEC));
+        const CLS_FileDescriptor archive(
+            open(QFile::encodeName(_qstrZipPath).constData(), O_RDONLY | O_CLOEXEC));
         ZipHandle zip;
         std::vector<char> vecBuffer(kBufferBytes);
         for (size_t iJob = iNext++; iJob < vecJobs.size() && !stop; iJob = iNext++) {
             STRUCT_Job& job = vecJobs[iJob];
             const STRUCT_ZipEntryPlace& entry = vecEntries[job.iIndex];
             CLS_FileDescriptor target(
-                job.blWritable ? open(job.qbaPath.constData(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)
-                               : -1);
+                job.blWritable
+                    ? open(job.qbaPath.constData(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)
+                    : -1);
             if (job.blWritable && target.Get() < 0 && errno == ELOOP) {
                 job.qstrDetail = "target is a symbolic link";
             }
@@ -166,13 +169,14 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
             if (archive.Get() < 0) {
                 qstrError = "cannot open the archive";
             } else if (entry.iMethod == 0) {
-                blDone = EntryExtract::CopyStored(archive.Get(), entry, target.Get(), vecBuffer, stop, qstrError);
+                blDone =
+                    EntryExtract::CopyStored(archive.Get(), entry, target.Get(), vecBuffer, stop, qstrError);
             } else {
                 if (!zip) {
                     zip = CLS_ZipReader::OpenForData(_qstrZipPath);
                 }
-                blDone = zip && EntryExtract::Inflate(zip.get(), job.iIndex, entry, target.Get(), vecBuffer, stop,
-                                                      qstrError);
+                blDone = zip && EntryExtract::Inflate(zip.get(), job.iIndex, entry, target.Get(), vecBuffer,
+                                                      stop, qstrError);
                 if (!zip) {
                     qstrError = "cannot open the archive";
                 }
@@ -190,7 +194,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                 unlink(job.qbaPath.constData());
             }
             const std::lock_guard<std::mutex> lock(mutex);
-            if (!stop.exchange(true) || (qstrError != "stopped" && job.iIndex < iFailedIndex)) {
+            if (!stop.exchange(true) || (qstrError != EntryExtract::kStopped && job.iIndex < iFailedIndex)) {
                 iFailedIndex = job.iIndex;
                 m_failure = {CLS_ZipReader::EntryName(entry), qstrError};
             }

@@ -91,15 +91,15 @@ struct FileCloser
 
 namespace EntryExtract {
 
-bool CopyStored(int _iArchiveFd, const STRUCT_ZipEntryPlace& _entry, int _iTargetFd, std::vector<char>& _vecBuffer,
-                const std::atomic<bool>& _stop, QString& _qstrDetail)
+bool CopyStored(int _iArchiveFd, const STRUCT_ZipEntryPlace& _entry, int _iTargetFd,
+                std::vector<char>& _vecBuffer, const std::atomic<bool>& _stop, QString& _qstrDetail)
 {
     bool blKernel = _iTargetFd >= 0;
     uLong iCrc = crc32(0L, Z_NULL, 0);
     const qint64 iBuffer = qint64(_vecBuffer.size());
     for (qint64 iDone = 0; iDone < _entry.iSize;) {
         if (_stop) {
-            _qstrDetail = "stopped";
+            _qstrDetail = kStopped;
             return false;
         }
         const qint64 iChunk = qMin(_entry.iSize - iDone, blKernel ? kCopyChunk : iBuffer);
@@ -121,7 +121,8 @@ bool CopyStored(int _iArchiveFd, const STRUCT_ZipEntryPlace& _entry, int _iTarge
                 _qstrDetail = CrcFailed(iDone + iPart, _entry.iSize);
                 return false;
             }
-            if (!blKernel && _iTargetFd >= 0 && !WriteAll(_iTargetFd, _vecBuffer.data(), iLength, iDone + iPart)) {
+            if (!blKernel && _iTargetFd >= 0 &&
+                !WriteAll(_iTargetFd, _vecBuffer.data(), iLength, iDone + iPart)) {
                 _qstrDetail = "write failed: " + SystemError("write");
                 return false;
             }
@@ -150,7 +151,7 @@ bool Inflate(zip_t* _pArchive, int _iIndex, const STRUCT_ZipEntryPlace& _entry, 
     qint64 iDone = 0;
     for (;;) {
         if (_stop) {
-            _qstrDetail = "stopped";
+            _qstrDetail = kStopped;
             return false;
         }
         // One byte of room past the recorded size shows that the data goes on.

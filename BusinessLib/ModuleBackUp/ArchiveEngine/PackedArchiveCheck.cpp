@@ -12,8 +12,9 @@ n_ArchiveCheck CheckPackedArchive(const QString& _qstrZipPath, const QStringList
     }
     const QVector<STRUCT_ZipEntryPlace>& vecEntries = reader.Entries();
     if (vecEntries.size() != _lstEntryNames.size()) {
-        _qstrDetail =
-            QString("%1 files packed, %2 entries in the archive").arg(_lstEntryNames.size()).arg(vecEntries.size());
+        _qstrDetail = QString("%1 files packed, %2 entries in the archive")
+                          .arg(_lstEntryNames.size())
+                          .arg(vecEntries.size());
         return ARCHIVE_INCOMPLETE;
     }
     for (int i = 0; i < vecEntries.size(); ++i) {
