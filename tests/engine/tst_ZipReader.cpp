@@ -20,18 +20,6 @@ namespace {
 // Every archive here is small or refused from its directory; none may take longer.
 constexpr qint64 kMaxMilliseconds = 5000;
 
-// Writes folder argv[1] into archive argv[2] with Python's zipfile: pictures stored, the rest deflated.
-const char* const kPythonZip = R"(
-import os, sys, zipfile
-src, out = sys.argv[1], sys.argv[2]
-with zipfile.ZipFile(out, "w", allowZip64=True) as z:
-    for folder, _, files in sorted(os.walk(src)):
-        for name in sorted(files):
-            path = os.path.join(folder, name)
-            method = zipfile.ZIP_STORED if name.endswith((".jpg", ".mp4")) else zipfile.ZIP_DEFLATED
-            z.write(path, os.path.relpath(path, src), compress_type=method, compresslevel=1)
-)";
-
 QByteArray RandomBytes(int _iSize, quint32 _iSeed)
 {
     QRandomGenerator random(_iSeed);
@@ -59,8 +47,6 @@ private Q_SLOTS:
     void parallelUnpackIsExact();
     void mutatedArchives_data();
     void mutatedArchives();
-    void entriesPast4GiB_data();
-    void entriesPast4GiB();
 
 private:
     QString Path(const QString& _qstrRelative) const { return m_pDir->path() + "/" + _qstrRelative; }
@@ -353,39 +339,6 @@ void tst_ZipReader::mutatedArchives()
         iAccepted += blAccepted ? 1 : 0;
     }
     qInfo("%d of 1000 mutants unpacked, the rest refused", iAccepted);
-}
-
-void tst_ZipReader::entriesPast4GiB_data()
-{
-    QTest::addColumn<bool>("stored");
-    QTest::newRow("deflated, zip64 sizes") << false;
-    QTest::newRow("stored, zip64 offsets in an archive over 4 GiB") << true;
-}
-
-void tst_ZipReader::entriesPast4GiB()
-{
-    QFETCH(bool, stored);
-    if (!HasPython()) {
-        QSKIP("python3 is needed as the independent writer");
-    }
-    // A sparse source keeps the writing cheap; the unpacked file is written whole.
-    const qint64 iBig = (qint64(9) << 30) / 2;
-    const QString qstrBig = stored ? "clip.mp4" : "clip.db";
-    QFile source(Path("src/" + qstrBig));
-    QVERIFY(QDir().mkpath(Path("src")) && source.open(QIODevice::WriteOnly) && source.resize(iBig));
-    source.close();
-    QVERIFY(WriteFile(Path("src/z_after.txt"), "after the big one"));
-    QVERIFY(RunPython(kPythonZip, {Path("src"), Path("big.zip")}));
-    QVERIFY(QFile::remove(source.fileName()));
-    QCOMPARE(QFileInfo(Path("big.zip")).size() > (qint64(4) << 30), stored);
-
-    QString qstrDetail;
-    QCOMPARE(ZipUnpackedSize(Path("big.zip"), qstrDetail), iBig + 17);
-    QCOMPARE(CheckPackedArchive(Path("big.zip"), {qstrBig, "z_after.txt"}, qstrDetail), ARCHIVE_COMPLETE);
-    CLS_ZipUnpacker unpacker;
-    QCOMPARE(unpacker.Unpack(Path("big.zip"), Root()), CLS_ZipUnpacker::UNPACKED);
-    QCOMPARE(QFileInfo(Root() + "/" + qstrBig).size(), iBig);
-    QCOMPARE(ReadFile(Root() + "/z_after.txt"), QByteArray("after the big one"));
 }
 
 QTEST_GUILESS_MAIN(tst_ZipReader)
