@@ -161,7 +161,8 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                 job.blWritable
                     ? open(job.qbaPath.constData(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)
                     : -1);
-            if (job.blWritable && target.Get() < 0 && errno == ELOOP) {
+            const bool blOpened = target.Get() >= 0;
+            if (job.blWritable && !blOpened && errno == ELOOP) {
                 job.qstrDetail = "target is a symbolic link";
             }
             QString qstrError;
@@ -181,7 +182,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                     qstrError = "cannot open the archive";
                 }
             }
-            if (blDone && target.Get() >= 0 && !target.Close()) {
+            if (blDone && !target.Close()) {
                 blDone = false;
                 qstrError = "write failed: close failed";
             }
@@ -189,7 +190,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                 continue;
             }
             // A short file would later be copied over live data as if it were whole.
-            if (target.Get() >= 0) {
+            if (blOpened) {
                 target.Close();
                 unlink(job.qbaPath.constData());
             }
