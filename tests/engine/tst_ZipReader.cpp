@@ -223,7 +223,7 @@ void tst_ZipReader::parallelUnpackIsExact_data()
 {
     QTest::addColumn<QString>("damage");
     QTest::newRow("sound") << "";
-    // A stored entry larger than one kernel copy, a byte flipped behind the first copy.
+    // A stored entry of many buffers, a byte flipped deep inside it.
     QTest::newRow("stored entry damaged past 8 MiB") << "flip";
 }
 

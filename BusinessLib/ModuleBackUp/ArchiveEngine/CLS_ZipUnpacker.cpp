@@ -157,10 +157,10 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
         for (size_t iJob = iNext++; iJob < vecJobs.size() && !stop; iJob = iNext++) {
             STRUCT_Job& job = vecJobs[iJob];
             const STRUCT_ZipEntryPlace& entry = vecEntries[job.iIndex];
-            CLS_FileDescriptor target(
-                job.blWritable
-                    ? open(job.qbaPath.constData(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)
-                    : -1);
+            CLS_FileDescriptor target(job.blWritable
+                                          ? open(job.qbaPath.constData(),
+                                                 O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)
+                                          : -1);
             const bool blOpened = target.Get() >= 0;
             if (job.blWritable && !blOpened && errno == ELOOP) {
                 job.qstrDetail = "target is a symbolic link";

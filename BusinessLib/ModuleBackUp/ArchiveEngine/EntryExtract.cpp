@@ -9,9 +9,6 @@
 
 namespace {
 
-// Each system call moves at most this much, so that a stop is seen soon.
-constexpr qint64 kCopyChunk = qint64(8) << 20;
-
 QString SystemError(const char* _pWhat)
 {
     return QString("%1 failed: %2").arg(_pWhat, QString::fromLocal8Bit(strerror(errno)));
@@ -56,32 +53,6 @@ bool WriteAll(int _iFd, const char* _pData, qint64 _iSize, qint64 _iOffset)
     return true;
 }
 
-// Kernel copy of [_iOffset, _iOffset + _iSize) of the archive to _iTargetOffset of the target. False with
-// errno 0 when the kernel cannot copy between these two files.
-bool KernelCopy(int _iArchiveFd, qint64 _iOffset, qint64 _iSize, int _iTargetFd, qint64 _iTargetOffset)
-{
-    loff_t iIn = _iOffset;
-    loff_t iOut = _iTargetOffset;
-    while (_iSize > 0) {
-        const ssize_t iCopied = copy_file_range(_iArchiveFd, &iIn, _iTargetFd, &iOut, size_t(_iSize), 0);
-        if (iCopied < 0 && errno == EINTR) {
-            continue;
-        }
-        if (iCopied < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
-            errno = 0;
-            return false;
-        }
-        if (iCopied <= 0) {
-            if (iCopied == 0) {
-                errno = EIO;
-            }
-            return false;
-        }
-        _iSize -= iCopied;
-    }
-    return true;
-}
-
 struct FileCloser
 {
     void operator()(zip_file_t* _pFile) const { zip_fclose(_pFile); }
@@ -94,42 +65,23 @@ namespace EntryExtract {
 bool CopyStored(int _iArchiveFd, const STRUCT_ZipEntryPlace& _entry, int _iTargetFd,
                 std::vector<char>& _vecBuffer, const std::atomic<bool>& _stop, QString& _qstrDetail)
 {
-    bool blKernel = _iTargetFd >= 0;
     uLong iCrc = crc32(0L, Z_NULL, 0);
-    const qint64 iBuffer = qint64(_vecBuffer.size());
     for (qint64 iDone = 0; iDone < _entry.iSize;) {
         if (_stop) {
             _qstrDetail = kStopped;
             return false;
         }
-        const qint64 iChunk = qMin(_entry.iSize - iDone, blKernel ? kCopyChunk : iBuffer);
-        if (blKernel && !KernelCopy(_iArchiveFd, _entry.iDataOffset + iDone, iChunk, _iTargetFd, iDone)) {
-            if (errno != 0) {
-                _qstrDetail = "write failed: " + SystemError("copy_file_range");
-                return false;
-            }
-            blKernel = false;
-            continue;
+        const qint64 iLength = qMin(_entry.iSize - iDone, qint64(_vecBuffer.size()));
+        if (!PreadAll(_iArchiveFd, _vecBuffer.data(), iLength, _entry.iDataOffset + iDone)) {
+            _qstrDetail = CrcFailed(iDone, _entry.iSize);
+            return false;
         }
-        // The copied bytes are read back from the target, so the CRC-32 covers what landed there.
-        for (qint64 iPart = 0; iPart < iChunk;) {
-            const qint64 iLength = qMin(iChunk - iPart, iBuffer);
-            const bool blRead = blKernel ? PreadAll(_iTargetFd, _vecBuffer.data(), iLength, iDone + iPart)
-                                         : PreadAll(_iArchiveFd, _vecBuffer.data(), iLength,
-                                                    _entry.iDataOffset + iDone + iPart);
-            if (!blRead) {
-                _qstrDetail = CrcFailed(iDone + iPart, _entry.iSize);
-                return false;
-            }
-            if (!blKernel && _iTargetFd >= 0 &&
-                !WriteAll(_iTargetFd, _vecBuffer.data(), iLength, iDone + iPart)) {
-                _qstrDetail = "write failed: " + SystemError("write");
-                return false;
-            }
-            iCrc = crc32_z(iCrc, reinterpret_cast<const Bytef*>(_vecBuffer.data()), size_t(iLength));
-            iPart += iLength;
+        if (_iTargetFd >= 0 && !WriteAll(_iTargetFd, _vecBuffer.data(), iLength, iDone)) {
+            _qstrDetail = "write failed: " + SystemError("write");
+            return false;
         }
-        iDone += iChunk;
+        iCrc = crc32_z(iCrc, reinterpret_cast<const Bytef*>(_vecBuffer.data()), size_t(iLength));
+        iDone += iLength;
     }
     if (iCrc != _entry.iCrc) {
         _qstrDetail = CrcFailed(_entry.iSize, _entry.iSize);

@@ -15,7 +15,9 @@ namespace EntryExtract {
 // The detail of an entry that was stopped because another one failed.
 inline const QString kStopped = QStringLiteral("stopped");
 
-// Stored data is copied by the kernel from the archive and its CRC-32 read back from the page cache.
+// Stored data is read once, through its CRC-32, and written. Measured on ext4 against copy_file_range with
+// the copy read back for its CRC-32: the unaligned ranges of a zip are not cloned, and the kernel's copy
+// plus the reading back took more time and processor than one read and one write.
 bool CopyStored(int _iArchiveFd, const STRUCT_ZipEntryPlace& _entry, int _iTargetFd,
                 std::vector<char>& _vecBuffer, const std::atomic<bool>& _stop, QString& _qstrDetail);
 
