@@ -48,8 +48,7 @@ bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipStreamWriter& _writer, const QSt
     }
     // Deflating runs ahead on other cores while earlier files are written.
     for (const QFileInfo& info : lstFiles) {
-        if (!info.isDir() && !ZipRules::IsStoredName(info.fileName()) &&
-            info.size() <= ZipRules::kMaxEntryBytes) {
+        if (!info.isDir() && !ZipRules::IsStoredName(info.fileName())) {
             _writer.AnnounceDeflated(info.filePath());
         }
     }
@@ -63,14 +62,7 @@ bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipStreamWriter& _writer, const QSt
         if (!file.open(QIODevice::ReadOnly)) {
             continue;
         }
-        const qint64 iSize = file.size();
         file.close();
-        if (iSize > ZipRules::kMaxEntryBytes) {
-            HX_LOG(Logger::LOG_WARN, GetModuleCode())
-                << LogPrefix() << "DirToZipWriter skipped file too large [ " << info.filePath() << " : "
-                << iSize << "]";
-            continue;
-        }
         const QString qstrEntry = ZipRules::EntryName(info.filePath(), _qstrBasePath);
         QString qstrError;
         const CLS_ZipStreamWriter::n_AddResult result =

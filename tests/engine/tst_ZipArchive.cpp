@@ -2,23 +2,19 @@
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
-#include <QSet>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <private/qzipwriter_p.h>
 
 #include "ArchiveCheck.h"
 #include "CLS_BackUpPresenter.h"
-#include "CLS_ZipDirectory.h"
 #include "EngineTestSupport.h"
-#include "ZipRules.h"
 
 using namespace EngineTest;
 
 namespace {
 
-// Nothing here may take longer; Qt's reader alone hangs on some of the inputs.
+// Nothing here may take longer: hostile archives are refused from their directory.
 constexpr qint64 kMaxMilliseconds = 5000;
 
 CLS_BackUpPresenter* Presenter()
@@ -58,7 +54,6 @@ private Q_SLOTS:
     void targetsInTheWay_data();
     void targetsInTheWay();
     void writeFailureLeavesNoPartialFile();
-    void mutatedArchivesStayInsideTheRoot();
 
 private:
     QString Path(const QString& _qstrRelative) const { return m_pDir->path() + "/" + _qstrRelative; }
@@ -229,6 +224,9 @@ void tst_ZipArchive::failuresAreLogged()
     QVERIFY(QDir().mkpath(Path("out/W.zip")));
     QVERIFY(!Presenter()->DirToZip(Path("S"), Path("out"), "W", nullptr));
     QCOMPARE(Presenter()->GetZipSize(Path("none.zip")), qint64(0));
+    // A claim of 2^50 bytes is refused, not summed.
+    const QString qstrHuge = QFINDTESTDATA("data/zip64_2pow50_deflated.zip");
+    QCOMPARE(Presenter()->GetZipSize(qstrHuge), qint64(0));
     QVERIFY(Presenter()->DirToZip(Path("S"), Path("out"), "F", nullptr));
     QVERIFY(!Presenter()->ZipToDir(Path("out/F.zip"), Path("plain.txt/D")));
     for (const QString& qstrLine :
@@ -237,6 +235,7 @@ void tst_ZipArchive::failuresAreLogged()
           " DirToZip failed CreateDir failed [_qstrDirDestination " + Path("plain.txt/out"),
           " DirToZip failed write failed [_qstrZipName " + Path("out/W.zip"),
           "GetZipSize failed Zip didn't exist [_qstrZipName " + Path("none.zip"),
+          "GetZipSize failed archive unreadable [_qstrZipName " + qstrHuge + "] entry huge.db claims",
           "ZipToDir failed dirDestination create failed [_qstrDirPath " + Path("plain.txt/D")}) {
         QVERIFY2(LogCount(qstrLine) == 1, qPrintable(qstrLine));
     }
@@ -250,7 +249,6 @@ void tst_ZipArchive::archiveCheck_data()
     QTest::newRow("a packed file is missing") << "extra name" << int(ARCHIVE_INCOMPLETE);
     QTest::newRow("names differ") << "renamed" << int(ARCHIVE_INCOMPLETE);
     QTest::newRow("cut short") << "truncate" << int(ARCHIVE_INCOMPLETE);
-    QTest::newRow("over 2 GiB") << "grow" << int(ARCHIVE_TOO_LARGE);
 }
 
 void tst_ZipArchive::archiveCheck()
@@ -269,8 +267,6 @@ void tst_ZipArchive::archiveCheck()
         lstNames[1] = "Db/other.db";
     } else if (damage == "truncate") {
         QVERIFY(archive.resize(archive.size() - 30));
-    } else if (damage == "grow") {
-        QVERIFY(archive.resize(ZipRules::kMaxArchiveBytes + 1)); // sparse
     }
     QString qstrDetail;
     QCOMPARE(int(CheckPackedArchive(Path("out/V.zip"), lstNames, qstrDetail)), expected);
@@ -279,41 +275,22 @@ void tst_ZipArchive::archiveCheck()
 
 void tst_ZipArchive::hostileArchives_data()
 {
+    // One row for each way out; the engine's own suite holds every hostile archive.
     QTest::addColumn<QString>("fixture");
     QTest::addColumn<bool>("expected");
     QTest::addColumn<QStringList>("files");
-    QTest::addColumn<QString>("logged");
+    QTest::addColumn<QString>("logged"); // <zip>: the archive's path
     QTest::newRow("names that climb out") << "zip_slip" << true << QStringList{"good/", "good/ok.txt"}
                                           << "ZipToDir passed over entry [../slip_parent.txt] name leads out";
-    const QList<QPair<QString, QString>> lstRefused{
-        {"truncated", "ZipToDir failed archive unreadable"},
-        {"flipped_byte", "CRC-32 check failed"},
-        {"claims_3gib", "more than can be unpacked"},
-        {"compressed_3gib", "more than can be unpacked"},
-        {"inflates_past_size", "does not inflate to the recorded 1000 bytes"},
-        {"stored_two_sizes", "with two different sizes"},
-        {"unknown_method", "uses compression method 12"},
-        {"local_method", "names another compression method"},
-        {"comment_past_end", "does not match its comment"},
-        {"empty", "too short for a zip archive"},
-        {"random", "ZipToDir failed archive unreadable"}};
-    for (const auto& refused : lstRefused) {
-        QTest::newRow(qPrintable(refused.first)) << refused.first << false << QStringList() << refused.second;
-    }
-    // Behind a sound entry; the failing entry's file is removed however much of it was written.
-    const QList<QPair<QString, QString>> lstRefusedLater{
-        {"inflates_one_past", "[big.db] compressed data does not inflate to the recorded 3145728 bytes"},
-        {"inflates_one_short", "[big.db] compressed data does not inflate to the recorded 3145730 bytes"},
-        {"trailing_bytes", "[t.txt] compressed data does not inflate to the recorded 840 bytes"},
-        {"stream_cut_short", "[c.bin] compressed data does not inflate to the recorded 3145729 bytes"},
-        {"deflated_bad_crc", "[big.db] CRC-32 check failed: 3145729 bytes read, 3145729 recorded"}};
-    for (const auto& refused : lstRefusedLater) {
-        QTest::newRow(qPrintable(refused.first))
-            << refused.first << false << QStringList{"kept.txt"} << "ZipToDir failed entry " + refused.second;
-    }
-    // The reader finds the first entry's data under the second one's name too.
-    QTest::newRow("same_name_twice") << "same_name_twice" << false << QStringList{"same.txt"}
-                                     << "CRC-32 check failed";
+    QTest::newRow("truncated")
+        << "truncated" << false << QStringList()
+        << "ZipToDir failed archive unreadable [_qstrZipName <zip>] no end of central directory";
+    QTest::newRow("2^50 bytes claimed")
+        << "zip64_2pow50_deflated" << false << QStringList() << "more than deflate gives";
+    QTest::newRow("damaged entry")
+        << "deflated_bad_crc" << false << QStringList()
+        << "ZipToDir failed entry [big.db] CRC-32 check failed: 3145729 bytes read, "
+           "3145729 recorded [_qstrZipName <zip>";
 }
 
 void tst_ZipArchive::hostileArchives()
@@ -326,8 +303,12 @@ void tst_ZipArchive::hostileArchives()
     QVERIFY(!qstrFixture.isEmpty());
     QVERIFY(QFile::copy(qstrFixture, Work(fixture + ".zip")));
     QCOMPARE(UnpackInSandbox(fixture), expected);
-    QCOMPARE(Snapshot(Work(fixture)).keys(), files);
+    // On failure the caller removes the root, whatever threads had written before the stop.
+    if (expected) {
+        QCOMPARE(Snapshot(Work(fixture)).keys(), files);
+    }
     QVERIFY(!QFileInfo::exists("/hx_zip_slip_abs"));
+    logged.replace("<zip>", Work(fixture + ".zip"));
     QVERIFY2(LogCount(logged) == 1, qPrintable(LogLines(m_pDir->path()).join('\n')));
 }
 
@@ -359,9 +340,9 @@ void tst_ZipArchive::targetsInTheWay()
     QFETCH(QStringList, files);
     QFETCH(QStringList, logged);
     if (archive.isEmpty()) {
-        QZipWriter writer(Work("f.zip"));
-        writer.addFile("sub/x.txt", "from the archive");
-        writer.addFile("top.txt", "from the archive");
+        QVERIFY(WriteFile(Path("src/sub/x.txt"), "from the archive"));
+        QVERIFY(WriteFile(Path("src/top.txt"), "from the archive"));
+        QVERIFY(Presenter()->DirToZip(Path("src"), Work(""), "f", nullptr));
     } else {
         QVERIFY(QFile::copy(QFINDTESTDATA("data/" + archive + ".zip"), Work("f.zip")));
     }
@@ -388,89 +369,12 @@ void tst_ZipArchive::writeFailureLeavesNoPartialFile()
         QSKIP("a small tmpfs cannot be mounted here (needs root and mount rights)");
     }
     // 80 MB of zeros deflate to little and do not fit on the 64 MB volume.
-    {
-        QZipWriter writer(Path("full.zip"));
-        writer.setCompressionPolicy(QZipWriter::AlwaysCompress);
-        writer.addFile("small.txt", "fits");
-        writer.addFile("zeros.bin", QByteArray(80 << 20, '\0'));
-        writer.addFile("later.txt", "never reached");
-    }
+    QVERIFY(WriteFile(Path("src/small.txt"), "fits"));
+    QVERIFY(WriteFile(Path("src/zeros.bin"), QByteArray(80 << 20, '\0')));
+    QVERIFY(Presenter()->DirToZip(Path("src"), Path(""), "full", nullptr));
     QVERIFY(!Presenter()->ZipToDir(Path("full.zip"), Path("small")));
-    QCOMPARE(Snapshot(Path("small/full")).keys(), QStringList{"small.txt"});
+    QVERIFY(!QFileInfo::exists(Path("small/full/zeros.bin")));
     QCOMPARE(LogCount("ZipToDir failed entry [zeros.bin] write failed: "), 1);
-}
-
-void tst_ZipArchive::mutatedArchivesStayInsideTheRoot()
-{
-    // An archive of Qt's writer, as older backups are: stored and deflated entries, nested, hidden, empty,
-    // and two names that climb out.
-    QRandomGenerator random(20240131);
-    QByteArray qbaDb;
-    for (int i = 0; i < 4000; ++i) {
-        qbaDb += QByteArray::number(random.bounded(100));
-    }
-    const QList<QPair<QString, QByteArray>> lstFiles{
-        {"config.json", "{\"skin\": \"dark\", \"lang\": \"en\"}"},
-        {"FacePicture/p.jpg", RandomBytes(3000, 7)},
-        {"Db/main_backup.db", qbaDb},
-        {".hidden", "h"},
-        {"empty.txt", QByteArray()},
-        {"../escape.txt", "escape"},
-        {"x/../../climb.txt", "climb"}};
-    QSet<QByteArray> setContents;
-    {
-        QZipWriter writer(Path("original.zip"));
-        for (const auto& file : lstFiles) {
-            writer.setCompressionPolicy(file.first.endsWith(".jpg") ? QZipWriter::NeverCompress
-                                                                    : QZipWriter::AlwaysCompress);
-            writer.addFile(file.first, file.second);
-            setContents.insert(file.second);
-        }
-    }
-    const QByteArray qbaOriginal = ReadFile(Path("original.zip"));
-    QVERIFY(WriteFile(Work("m.zip"), qbaOriginal));
-    QVERIFY(UnpackInSandbox("m"));
-    QCOMPARE(Snapshot(Work("m")).size(), 7);
-    QVERIFY(QDir(Work("m")).removeRecursively());
-
-    // Every other mutant changes only headers and the directory, where the checks have most to do.
-    CLS_ZipDirectory directory;
-    QVERIFY(directory.Read(Path("original.zip")));
-    auto inData = [&directory](int _iPos) {
-        for (const STRUCT_ZipEntry& entry : directory.Entries()) {
-            if (_iPos >= entry.iDataOffset && _iPos < entry.iDataOffset + entry.iCompressedSize) {
-                return true;
-            }
-        }
-        return false;
-    };
-    int iAccepted = 0;
-    for (int iMutant = 0; iMutant < 1000; ++iMutant) {
-        QByteArray qbaMutant = qbaOriginal;
-        for (int i = 1 + int(random.bounded(3)); i > 0; --i) {
-            int iPos = int(random.bounded(qbaMutant.size()));
-            while (iMutant % 2 == 1 && inData(iPos)) {
-                iPos = int(random.bounded(qbaMutant.size()));
-            }
-            qbaMutant[iPos] = char(qbaMutant[iPos] ^ char(1 + random.bounded(255)));
-        }
-        QVERIFY(WriteFile(Work("m.zip"), qbaMutant));
-        // The recover run measures an archive with the reader before anything has checked it.
-        QVERIFY(Presenter()->GetZipSize(Work("m.zip")) >= 0);
-        const bool blAccepted = UnpackInSandbox("m");
-        if (QTest::currentTestFailed()) {
-            QFAIL(qPrintable(QString("mutant %1: %2").arg(iMutant).arg(QString(qbaMutant.toBase64()))));
-        }
-        // A mutant may rename an entry, but whatever comes out is an original file's exact content.
-        const QMap<QString, QByteArray> mapOut = Snapshot(Work("m"));
-        for (auto it = mapOut.cbegin(); blAccepted && it != mapOut.cend(); ++it) {
-            QVERIFY2(it.key().endsWith('/') || setContents.contains(it.value()),
-                     qPrintable(QString("mutant %1 wrote %2").arg(iMutant).arg(it.key())));
-        }
-        iAccepted += blAccepted ? 1 : 0;
-        QVERIFY(QDir(Work("m")).removeRecursively());
-    }
-    qInfo("%d of 1000 mutants unpacked, the rest refused", iAccepted);
 }
 
 QTEST_GUILESS_MAIN(tst_ZipArchive)

@@ -6,7 +6,7 @@
 #include <zlib.h>
 
 #include "CLS_ParallelDeflater.h"
-#include "CLS_ZipDirectory.h"
+#include "CLS_ZipLayout.h"
 #include "CLS_ZipStreamWriter.h"
 #include "EngineTestSupport.h"
 
@@ -173,11 +173,11 @@ void tst_ZipStreamWriter::ContentReadsBack()
         QVERIFY2(writer.Close(), qPrintable(writer.ErrorText()));
     }
 
-    CLS_ZipDirectory directory;
+    CLS_ZipLayout directory;
     QVERIFY2(directory.Read(Work("out.zip")), qPrintable(directory.ErrorText()));
     QCOMPARE(directory.Entries().size(), 2);
-    const STRUCT_ZipEntry& entry = directory.Entries().first();
-    QCOMPARE(entry.qstrName, QString("dir/f.dat"));
+    const STRUCT_ZipEntryPlace& entry = directory.Entries().first();
+    QCOMPARE(entry.qbaRawName, QByteArray("dir/f.dat"));
     QCOMPARE(entry.iMethod, quint16(deflate ? 8 : 0));
     QCOMPARE(entry.iSize, qint64(content.size()));
     QCOMPARE(entry.iCrc,
@@ -310,7 +310,7 @@ void tst_ZipStreamWriter::FailedFileLeavesNoTrace()
     QCOMPARE(writer.AddFile("b.bin", Work("b.bin"), false, qstrError), CLS_ZipStreamWriter::ADD_DONE);
     QVERIFY(writer.Close());
 
-    CLS_ZipDirectory directory;
+    CLS_ZipLayout directory;
     QVERIFY2(directory.Read(Work("out.zip")), qPrintable(directory.ErrorText()));
     QCOMPARE(directory.Entries().size(), 2);
     QZipReader reader(Work("out.zip"));

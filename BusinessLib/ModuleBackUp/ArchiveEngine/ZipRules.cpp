@@ -23,20 +23,6 @@ bool IsSafeEntryName(const QString& _qstrEntryName)
     return !lstParts.contains("..");
 }
 
-QString ReaderListedName(const QString& _qstrEntryName)
-{
-    int iStart = 0;
-    while (iStart < _qstrEntryName.size() &&
-           (_qstrEntryName[iStart] == '.' || _qstrEntryName[iStart] == '/')) {
-        ++iStart;
-    }
-    int iEnd = _qstrEntryName.size();
-    while (iEnd > iStart && _qstrEntryName[iEnd - 1] == '/') {
-        --iEnd;
-    }
-    return _qstrEntryName.mid(iStart, iEnd - iStart);
-}
-
 QString EntryName(const QString& _qstrFilePath, const QString& _qstrBasePath)
 {
     return _qstrFilePath.mid(_qstrBasePath.length() + 1);

@@ -17,23 +17,42 @@ def entry(name, data, method=8, size=None, csize=None, crc=None):
         "size": len(data) if size is None else size,
         "csize": len(body) if csize is None else csize,
         "crc": zlib.crc32(data) & 0xFFFFFFFF if crc is None else crc,
+        "mode": 0o100644,
     }
 
 
-def archive(entries):
+def archive(entries, zip64=False):
+    """zip64: every size and offset in zip64 fields, and the zip64 end records, as a writer does past 4 GiB."""
     local = b""
     central = b""
     for e in entries:
         offset = len(local)
-        local += struct.pack("<IHHHHHIIIHH", 0x04034B50, 20, 0x800, e["method"], 0, 0x21,
-                             e["crc"], e["csize"] & 0xFFFFFFFF, e["size"] & 0xFFFFFFFF, len(e["name"]), 0)
-        local += e["name"] + e["body"]
-        central += struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 0x0314, 20, 0x800, e["method"], 0, 0x21,
-                               e["crc"], e["csize"] & 0xFFFFFFFF, e["size"] & 0xFFFFFFFF, len(e["name"]),
-                               0, 0, 0, 0, 0o100644 << 16, offset)
-        central += e["name"]
-    end = struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, len(entries), len(entries), len(central), len(local), 0)
-    return local + central + end
+        sizes = (e["csize"] & 0xFFFFFFFF, e["size"] & 0xFFFFFFFF)
+        local_extra = b""
+        central_extra = b""
+        if zip64:
+            sizes = (0xFFFFFFFF, 0xFFFFFFFF)
+            local_extra = struct.pack("<HHQQ", 1, 16, e["size"], e["csize"])
+            central_extra = struct.pack("<HHQQQ", 1, 24, e["size"], e["csize"], offset)
+        local += struct.pack("<IHHHHHIIIHH", 0x04034B50, 45 if zip64 else 20, 0x800, e["method"], 0, 0x21,
+                             e["crc"], sizes[0], sizes[1], len(e["name"]), len(local_extra))
+        local += e["name"] + local_extra + e["body"]
+        central += struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 0x0314, 45 if zip64 else 20, 0x800, e["method"],
+                               0, 0x21, e["crc"], sizes[0], sizes[1], len(e["name"]), len(central_extra), 0, 0,
+                               0, e["mode"] << 16, 0xFFFFFFFF if zip64 else offset)
+        central += e["name"] + central_extra
+    if not zip64:
+        end = struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, len(entries), len(entries), len(central), len(local), 0)
+        return local + central + end
+    return local + central + zip64_end(len(entries), len(central), len(local), len(local) + len(central))
+
+
+def zip64_end(count, directory_size, directory_offset, at):
+    end64 = struct.pack("<IQHHIIQQQQ", 0x06064B50, 44, 45, 45, 0, 0, count, count, directory_size,
+                        directory_offset)
+    locator = struct.pack("<IIQI", 0x07064B50, 0, at, 1)
+    end = struct.pack("<IHHHHIIH", 0x06054B50, 0, 0, 0xFFFF, 0xFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0)
+    return end64 + locator + end
 
 
 def write(path, data):
@@ -78,12 +97,6 @@ write("inflates_one_past.zip", archive([kept, entry("big.db", big, size=3 << 20)
 # The same data recorded one byte longer than it inflates to.
 write("inflates_one_short.zip", archive([kept, entry("big.db", big, size=len(big) + 1)]))
 
-# Bytes after the end of the deflate stream, counted in the compressed size.
-trailing = entry("t.txt", text)
-trailing["body"] += b"JUNK"
-trailing["csize"] += 4
-write("trailing_bytes.zip", archive([kept, trailing]))
-
 # A deflate stream cut short, with the compressed size cut to match.
 cut = entry("c.bin", big)
 cut["body"] = cut["body"][: len(cut["body"]) // 2]
@@ -113,6 +126,50 @@ write("local_method.zip", bytes(local_method))
 comment = bytearray(archive([entry("c.txt", one, method=0)]))
 comment[-2] = 5
 write("comment_past_end.zip", bytes(comment))
+
+# An archive without entries is an end record alone.
+write("no_entries.zip", archive([]))
+
+# Archives to mutate, plain and zip64: stored and deflated entries, nested, hidden, empty, and two names
+# that climb out.
+digits = "".join(str(random.Random(11).randrange(100)) for _ in range(4000)).encode()
+contents = [entry("config.json", b'{"skin": "dark", "lang": "en"}'),
+            entry("FacePicture/p.jpg", random.Random(7).randbytes(3000), method=0),
+            entry("Db/main_backup.db", digits),
+            entry(".hidden", b"h"),
+            entry("empty.txt", b"", method=0),
+            entry("../escape.txt", b"escape"),
+            entry("x/../../climb.txt", b"climb")]
+write("mutate_plain.zip", archive(contents))
+write("mutate_zip64.zip", archive(contents, zip64=True))
+
+# A zip64 end record that claims 2**40 entries: once with a directory as large as they need, once with the
+# directory that is there.
+sound = archive([entry("a.txt", text)], zip64=True)
+body = sound[: sound.index(b"PK\x06\x06")]
+directory_offset = body.index(b"PK\x01\x02")
+write("zip64_2pow40_entries.zip", body + zip64_end(1 << 40, 46 << 40, directory_offset, len(body)))
+write("zip64_2pow40_entries_small_directory.zip",
+      body + zip64_end(1 << 40, len(body) - directory_offset, directory_offset, len(body)))
+
+# A zip64 extra field that claims 2**50 bytes: deflated from a few hundred bytes, and stored.
+write("zip64_2pow50_deflated.zip", archive([entry("huge.db", text, size=1 << 50)], zip64=True))
+write("zip64_2pow50_stored.zip", archive([entry("huge.jpg", text, method=0, size=1 << 50, csize=1 << 50)],
+                                         zip64=True))
+
+# Offsets past the end of the file: an entry's local header, and the central directory.
+past = bytearray(archive([entry("p.txt", text)]))
+central = past.index(b"PK\x01\x02")
+past[central + 42: central + 46] = struct.pack("<I", len(past) + 1000)
+write("local_offset_past_end.zip", bytes(past))
+past = bytearray(archive([entry("p.txt", text)]))
+past[-6:-2] = struct.pack("<I", len(past) + 1000)
+write("directory_offset_past_end.zip", bytes(past))
+
+# A symbolic link entry followed by a file below it: unpacked, the link is a plain file and cannot lead out.
+link = entry("link", b"../../../../../../../../..", method=0)
+link["mode"] = 0o120777
+write("through_link.zip", archive([link, entry("link/escaped.txt", b"escaped")]))
 
 # No archive at all.
 write("empty.zip", b"")

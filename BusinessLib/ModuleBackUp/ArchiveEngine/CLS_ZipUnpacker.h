@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QString>
+#include <QVector>
+
+// Unpacks an archive below a folder that exists, on several threads. Every entry's data is checked, also
+// where it cannot be written; a name that leads out of the folder, or a target that cannot be written, is
+// passed over. Anything wrong with the archive stops all threads, removes the file being written and
+// makes Unpack() false.
+class CLS_ZipUnpacker
+{
+public:
+    enum n_Result
+    {
+        UNPACKED,
+        ARCHIVE_REFUSED, // its directory cannot be trusted: nothing written
+        ENTRY_FAILED     // an entry's data is damaged, or could not be written
+    };
+
+    struct STRUCT_Note
+    {
+        QString qstrEntry;
+        QString qstrDetail;
+    };
+
+    explicit CLS_ZipUnpacker(int _iThreads = DefaultThreads());
+
+    n_Result Unpack(const QString& _qstrZipPath, const QString& _qstrRoot);
+
+    // Why the archive or which entry failed.
+    const STRUCT_Note& Failure() const { return m_failure; }
+    // Entries passed over with a reason, in archive order.
+    const QVector<STRUCT_Note>& PassedOver() const { return m_vecPassedOver; }
+
+    static int DefaultThreads();
+
+private:
+    const int m_iThreads;
+    STRUCT_Note m_failure;
+    QVector<STRUCT_Note> m_vecPassedOver;
+};
