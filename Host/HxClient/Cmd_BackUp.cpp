@@ -1,6 +1,8 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "BackUpOutcomeText.h"
+#include "CLS_BackUpCancel.h"
 #include "CLS_CommandParser.h"
 #include "CLS_ModuleHost.h"
 #include "CLS_ProgressBar.h"
@@ -10,11 +12,6 @@
 #include "Commands.h"
 
 namespace Commands {
-namespace {
-
-constexpr int kMaxCancelResends = 5;
-
-} // namespace
 
 int BackUp(const QStringList& _lstArgs)
 {
@@ -75,10 +72,10 @@ int BackUp(const QStringList& _lstArgs)
         return ExitCode::kSuccess;
     }
     if (outcome.blCancelled) {
-        ClientOutput::PrintError(parser.Command(), "cancelled; no archive was written");
+        ClientOutput::PrintError(parser.Command(), BackUpOutcomeText::Cancelled());
         return ExitCode::kInterrupted;
     }
-    ClientOutput::PrintError(parser.Command(), "backup failed: " + outcome.qstrReason);
+    ClientOutput::PrintError(parser.Command(), outcome.qstrFailure);
     return ExitCode::kFailure;
 }
 
@@ -86,33 +83,22 @@ STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder
 {
     STRUCT_BackUpOutcome outcome;
     CLS_ProgressBar bar;
-    int iCancelResends = 0;
+    CLS_BackUpCancel cancel(_host);
     // The host outlives this run; the connection must not.
-    const QMetaObject::Connection progress = QObject::connect(&_host, &CLS_ModuleHost::SignProgress, &_host,
-                                                              [&](int _iRate, const QString& _qstrText) {
-                                                                  if (!outcome.blCancelled) {
-                                                                      bar.Update(_iRate, _qstrText);
-                                                                      return;
-                                                                  }
-                                                                  // The run clears the cancel flag when it
-                                                                  // starts; progress after a cancel means
-                                                                  // that it may have come too early. Once the
-                                                                  // flag holds, no progress passes any more,
-                                                                  // so a few repeats suffice.
-                                                                  if (iCancelResends < kMaxCancelResends) {
-                                                                      ++iCancelResends;
-                                                                      _host.Send("CanCelBackUp", {});
-                                                                  }
-                                                              });
+    const QMetaObject::Connection progress =
+        QObject::connect(&_host, &CLS_ModuleHost::SignProgress, &_host, [&](int _iRate, const QString& _qstrText) {
+            if (!cancel.IsRequested()) {
+                bar.Update(_iRate, _qstrText);
+            }
+        });
     CLS_SignalWatcher watcher;
     QObject::connect(&watcher, &CLS_SignalWatcher::SignInterrupted, &_host, [&]() {
-        if (outcome.blCancelled) {
+        if (cancel.IsRequested()) {
             return;
         }
-        outcome.blCancelled = true;
         bar.Finish();
         ClientOutput::Print("Cancelling; waiting for the run to end...");
-        _host.Send("CanCelBackUp", {});
+        cancel.Request();
     });
 
     QVariantMap qmapResult;
@@ -123,10 +109,8 @@ STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder
     outcome.blSucceeded = qmapResult.value("__result__").toString() == "success" &&
                           qmapResult.value("TaskResult", -1).toInt() == 0;
     outcome.qstrArchive = qmapResult.value("BackUpPath").toString();
-    outcome.qstrReason = qmapResult.value("reason").toString();
-    if (outcome.qstrReason.isEmpty()) {
-        outcome.qstrReason = "see the log " + ClientSetup::DataPath() + "/Log/hx.log";
-    }
+    outcome.blCancelled = cancel.IsRequested();
+    outcome.qstrFailure = BackUpOutcomeText::Failed(qmapResult);
     return outcome;
 }
 

@@ -74,7 +74,7 @@ int MakeSafetyCopy(CLS_ModuleHost& _host, const QString& _qstrCommand, const QSt
             return ExitCode::kInterrupted;
         }
         ClientOutput::PrintError(_qstrCommand,
-                                 "the safety copy failed: " + outcome.qstrReason +
+                                 "no safety copy, " + outcome.qstrFailure +
                                      "; nothing was restored (--no-safety-copy restores without one)");
         return ExitCode::kFailure;
     }

@@ -41,7 +41,7 @@ struct STRUCT_BackUpOutcome
     bool blSucceeded = false;
     bool blCancelled = false; // a cancel was asked for (the run may have finished first)
     QString qstrArchive;
-    QString qstrReason; // why it failed, for people
+    QString qstrFailure; // "backup failed: " and why, for people
 };
 STRUCT_BackUpOutcome RunBackUp(CLS_ModuleHost& _host, const QString& _qstrFolder);
 
