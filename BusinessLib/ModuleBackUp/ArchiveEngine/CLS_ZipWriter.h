@@ -58,6 +58,7 @@ public:
 private:
     struct STRUCT_Entry;
     friend struct STRUCT_Entry;
+    struct STRUCT_Output;
 
     void Fail(const QString& _qstrWhy, int _iErrno);
     bool WriteEmptyArchive();
@@ -65,6 +66,7 @@ private:
 
     const QString m_qstrZipPath;
     const int m_iLevel;
+    std::unique_ptr<STRUCT_Output> m_output;
     zip* m_pArchive = nullptr;
     std::vector<std::unique_ptr<STRUCT_Entry>> m_vecEntries;
     std::unique_ptr<CLS_ParallelDeflater> m_deflater;
