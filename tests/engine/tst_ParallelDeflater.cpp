@@ -27,8 +27,8 @@ QByteArray TextBytes(qint64 _iSize)
 {
     QByteArray qbaData;
     for (int i = 0; qbaData.size() < _iSize; ++i) {
-        qbaData += QByteArray("camera=") + QByteArray::number(i % 977) + ";channel=" + QByteArray::number(i % 13) +
-                   ";name=entrance hall north\n";
+        qbaData += QByteArray("camera=") + QByteArray::number(i % 977) +
+                   ";channel=" + QByteArray::number(i % 13) + ";name=entrance hall north\n";
     }
     qbaData.truncate(static_cast<int>(_iSize));
     return qbaData;
@@ -145,7 +145,8 @@ void tst_ParallelDeflater::streamsReadBack()
     QCOMPARE(pulled.iCrc, Crc(content));
     QCOMPARE(Inflate(pulled.qbaStream, pulled.iSize), content);
     if (content.startsWith("camera=")) {
-        QVERIFY2(pulled.qbaStream.size() * 5 < content.size(), "text is not deflated well across chunk borders");
+        QVERIFY2(pulled.qbaStream.size() * 5 < content.size(),
+                 "text is not deflated well across chunk borders");
     }
 }
 
@@ -165,7 +166,8 @@ void tst_ParallelDeflater::keepsOrder()
     QFETCH(qint64, budget);
     QVector<QByteArray> vecContents;
     for (int i = 0; i < 12; ++i) {
-        vecContents << (i % 3 == 0 ? TextBytes(kChunk * (i % 4) + 100 * i) : RandomBytes(5000 * i, quint32(i)));
+        vecContents << (i % 3 == 0 ? TextBytes(kChunk * (i % 4) + 100 * i)
+                                   : RandomBytes(5000 * i, quint32(i)));
         QVERIFY(WriteFile(Work(QString("f%1").arg(i)), vecContents.last()));
     }
     CLS_ParallelDeflater deflater(threads, 1, budget);
@@ -198,12 +200,14 @@ void tst_ParallelDeflater::largeFileStaysWithinBudget()
     CLS_ParallelDeflater deflater(iThreads, 1, iBudget);
     deflater.Announce(Work("big"));
     quint32 iBusyWork = 0; // the slow reader's work, kept so that it is done
-    const STRUCT_Pulled pulled = PullAll(deflater, Work("big"), [&iBusyWork](const std::vector<char>& _vecPiece) {
-        // A slow reader: the workers would run far ahead of it if nothing held them back.
-        for (int i = 0; i < 60; ++i) {
-            iBusyWork ^= quint32(crc32(i, reinterpret_cast<const Bytef*>(_vecPiece.data()), uInt(_vecPiece.size())));
-        }
-    });
+    const STRUCT_Pulled pulled =
+        PullAll(deflater, Work("big"), [&iBusyWork](const std::vector<char>& _vecPiece) {
+            // A slow reader: the workers would run far ahead of it if nothing held them back.
+            for (int i = 0; i < 60; ++i) {
+                iBusyWork ^= quint32(
+                    crc32(i, reinterpret_cast<const Bytef*>(_vecPiece.data()), uInt(_vecPiece.size())));
+            }
+        });
     QVERIFY2(pulled.blDone, qPrintable(pulled.qstrError));
     QCOMPARE(pulled.iSize, qint64(qbaContent.size()));
     QCOMPARE(pulled.iCrc, Crc(qbaContent));

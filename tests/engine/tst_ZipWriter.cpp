@@ -183,7 +183,8 @@ private:
 
 void tst_ZipWriter::initTestCase()
 {
-    if (QStandardPaths::findExecutable("unzip").isEmpty() || QStandardPaths::findExecutable("python3").isEmpty()) {
+    if (QStandardPaths::findExecutable("unzip").isEmpty() ||
+        QStandardPaths::findExecutable("python3").isEmpty()) {
         QSKIP("Info-ZIP unzip and python3 are needed as independent readers");
     }
 }
@@ -192,7 +193,8 @@ void tst_ZipWriter::init()
 {
     // Archives of several GiB: in memory where there is room for them, the disk is many times slower.
     struct statvfs volume;
-    const bool blRoom = statvfs("/dev/shm", &volume) == 0 && qint64(volume.f_bavail) * qint64(volume.f_frsize) > 12 * kGiB;
+    const bool blRoom =
+        statvfs("/dev/shm", &volume) == 0 && qint64(volume.f_bavail) * qint64(volume.f_frsize) > 12 * kGiB;
     m_dir = blRoom ? std::make_unique<QTemporaryDir>("/dev/shm/tst_ZipWriter-XXXXXX")
                    : std::make_unique<QTemporaryDir>();
     QVERIFY(m_dir->isValid());
@@ -349,8 +351,11 @@ void tst_ZipWriter::deflatedStreamIsCopiedAsIs()
 
 void tst_ZipWriter::keepsTimesAndPermissions()
 {
-    const QList<QPair<QString, int>> lstFiles{{"owner.txt", 0600}, {"group.db", 0640}, {"run.sh", 0755},
-                                             {"frozen.jpg", 0444}, {"odd second.ini", 0664}};
+    const QList<QPair<QString, int>> lstFiles{{"owner.txt", 0600},
+                                              {"group.db", 0640},
+                                              {"run.sh", 0755},
+                                              {"frozen.jpg", 0444},
+                                              {"odd second.ini", 0664}};
     const qint64 iBase = 1700000001; // an odd second: DOS times keep even ones
     CLS_ZipWriter writer(Work("x.zip"));
     for (int i = 0; i < lstFiles.size(); ++i) {
@@ -443,7 +448,8 @@ void tst_ZipWriter::cancels()
     QCOMPARE(iFiles, cancelAtFile);
     QVERIFY(writer.ErrorText().isEmpty());
     QVERIFY(!writer.RanOutOfSpace());
-    QCOMPARE(QDir(Work("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    QCOMPARE(QDir(Work("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 void tst_ZipWriter::failures_data()
@@ -453,10 +459,14 @@ void tst_ZipWriter::failures_data()
     QTest::addColumn<bool>("outOfSpace");
 
     // A deflated file may be read ahead, before it changes: only stored ones are read at their turn.
-    QTest::newRow("full volume") << "full" << "clip.mp4" << true;
-    QTest::newRow("file gone after listing") << "gone" << "clip.mp4" << false;
-    QTest::newRow("file shortened after listing") << "shortened" << "clip.mp4" << false;
-    QTest::newRow("file grown after listing") << "grown" << "clip.mp4" << false;
+    QTest::newRow("full volume") << "full"
+                                 << "clip.mp4" << true;
+    QTest::newRow("file gone after listing") << "gone"
+                                             << "clip.mp4" << false;
+    QTest::newRow("file shortened after listing") << "shortened"
+                                                  << "clip.mp4" << false;
+    QTest::newRow("file grown after listing") << "grown"
+                                              << "clip.mp4" << false;
 }
 
 void tst_ZipWriter::failures()
@@ -491,7 +501,8 @@ void tst_ZipWriter::failures()
         QVERIFY2(writer.ErrorText().contains(Work("in/" + file)), qPrintable(writer.ErrorText()));
     }
     QCOMPARE(writer.RanOutOfSpace(), outOfSpace);
-    QCOMPARE(QDir(Work("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    QCOMPARE(QDir(Work("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_ZipWriter)

@@ -301,9 +301,9 @@ struct CLS_ZipWriter::STRUCT_Output
         case ZIP_SOURCE_SUPPORTS:
             return zip_source_make_command_bitmap(
                 ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_SEEK, ZIP_SOURCE_TELL,
-                ZIP_SOURCE_STAT, ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SUPPORTS, ZIP_SOURCE_BEGIN_WRITE,
-                ZIP_SOURCE_COMMIT_WRITE, ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE, ZIP_SOURCE_SEEK_WRITE,
-                ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
+                ZIP_SOURCE_STAT, ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, ZIP_SOURCE_SUPPORTS,
+                ZIP_SOURCE_BEGIN_WRITE, ZIP_SOURCE_COMMIT_WRITE, ZIP_SOURCE_ROLLBACK_WRITE, ZIP_SOURCE_WRITE,
+                ZIP_SOURCE_SEEK_WRITE, ZIP_SOURCE_TELL_WRITE, ZIP_SOURCE_REMOVE, -1);
         case ZIP_SOURCE_STAT:
             // Always a new archive: libzip never reads what is there.
             return Error(ZIP_ER_READ, ENOENT);
@@ -330,7 +330,8 @@ struct CLS_ZipWriter::STRUCT_Output
         case ZIP_SOURCE_TELL_WRITE:
             return iFilePos + static_cast<zip_int64_t>(vecBuffer.size());
         case ZIP_SOURCE_SEEK_WRITE: {
-            const zip_source_args_seek_t* pSeek = ZIP_SOURCE_GET_ARGS(zip_source_args_seek_t, _pData, _iLength, &error);
+            const zip_source_args_seek_t* pSeek =
+                ZIP_SOURCE_GET_ARGS(zip_source_args_seek_t, _pData, _iLength, &error);
             if (pSeek == nullptr || !Flush()) {
                 return -1;
             }
@@ -484,8 +485,8 @@ bool CLS_ZipWriter::AddFile(const QString& _qstrEntryName, const QString& _qstrF
         zip_set_file_compression(m_pArchive, iAt, ZIP_CM_STORE, 0);
     }
     zip_file_set_mtime(m_pArchive, iAt, st.st_mtime, 0);
-    zip_file_set_external_attributes(m_pArchive, iAt, 0, ZIP_OPSYS_UNIX, static_cast<zip_uint32_t>(st.st_mode)
-                                                                               << 16);
+    zip_file_set_external_attributes(m_pArchive, iAt, 0, ZIP_OPSYS_UNIX,
+                                     static_cast<zip_uint32_t>(st.st_mode) << 16);
     if (entry->blDeflated) {
         if (!m_deflater) {
             m_deflater = std::make_unique<CLS_ParallelDeflater>(std::max(2, QThread::idealThreadCount()),
@@ -497,7 +498,8 @@ bool CLS_ZipWriter::AddFile(const QString& _qstrEntryName, const QString& _qstrF
     return true;
 }
 
-CLS_ZipWriter::n_Result CLS_ZipWriter::Write(const FileAdded& _fileAdded, const CancelRequested& _cancelRequested)
+CLS_ZipWriter::n_Result CLS_ZipWriter::Write(const FileAdded& _fileAdded,
+                                             const CancelRequested& _cancelRequested)
 {
     if (m_pArchive == nullptr) {
         if (m_qstrError.isEmpty()) {
