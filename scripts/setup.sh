@@ -7,7 +7,7 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${1:-$here/build}"
 shift || true
 
-packages=(cmake ninja-build g++ qtbase5-dev qtbase5-private-dev libqt5sql5-sqlite qttools5-dev-tools qttools5-dev
+packages=(cmake ninja-build g++ qtbase5-dev libqt5sql5-sqlite qttools5-dev-tools qttools5-dev
           zlib1g-dev libzip-dev pkg-config zip unzip python3)
 missing=()
 for pkg in "${packages[@]}"; do

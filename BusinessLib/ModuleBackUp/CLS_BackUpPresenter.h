@@ -13,7 +13,7 @@
 #include "CLS_PresenterBasic.h"
 #include "CLS_Singleton.h"
 
-class CLS_ZipStreamWriter;
+class CLS_ZipWriter;
 
 // One folder of a backup, with the file-name patterns it contributes ("*.json"; empty = every file).
 struct STRUCT_BackUpSource
@@ -76,8 +76,8 @@ public:
     void FinishInterruptedRestore();
     bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                   const QString& _qstrZipName, ZipProgress _progress);
-    bool DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath,
-                        const QString& _qstrBasePath, ZipProgress _progress);
+    bool DirToZipWriter(CLS_ZipWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
+                        ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);
     // Whether the last DirToZip failed because its volume was full.
     bool LastPackRanOutOfSpace() const { return m_blPackOutOfSpace; }

@@ -1,10 +1,9 @@
 #include "CLS_BackUpPresenter.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
-#include "CLS_ZipStreamWriter.h"
+#include "CLS_ZipWriter.h"
 #include "FunctionUtil.h"
 #include "Logger.h"
 #include "ZipRules.h"
@@ -12,6 +11,7 @@
 bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                                    const QString& _qstrZipName, ZipProgress _progress)
 {
+    m_blPackOutOfSpace = false;
     if (!QFileInfo::exists(_qstrSourcePath)) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix() << "DirToZip failed File: [SourcePath " << _qstrSourcePath << " didn't Exist";
@@ -25,67 +25,60 @@ bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString
         return false;
     }
     const QString qstrZipPath = destination.absolutePath() + "/" + _qstrZipName + ".zip";
-    CLS_ZipStreamWriter writer(qstrZipPath);
+    CLS_ZipWriter writer(qstrZipPath);
     const QString qstrSource = QFileInfo(_qstrSourcePath).absoluteFilePath();
-    const bool blDone =
-        writer.IsOpen() && DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress));
-    m_blPackOutOfSpace = false;
-    if (!writer.Close()) {
+    if (writer.IsOpen() && DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress))) {
+        return true;
+    }
+    if (!writer.ErrorText().isEmpty()) {
+        m_blPackOutOfSpace = writer.RanOutOfSpace();
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix() << " DirToZip failed write failed [_qstrZipName " << qstrZipPath << "] "
             << writer.ErrorText();
-        return false;
     }
-    return blDone;
+    return false;
 }
 
-bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipStreamWriter& _writer, const QString& _qstrCurrentPath,
+bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipWriter& _writer, const QString& _qstrCurrentPath,
                                          const QString& _qstrBasePath, ZipProgress _progress)
 {
     const QList<QFileInfo> lstFiles = FunctionUtil::GetFileList(QStringList(), _qstrCurrentPath, false);
-    if (lstFiles.isEmpty()) {
-        return true;
-    }
-    // Deflating runs ahead on other cores while earlier files are written.
+    // Unreadable files are passed over without a trace and without being counted.
     for (const QFileInfo& info : lstFiles) {
-        if (!info.isDir() && !ZipRules::IsStoredName(info.fileName())) {
-            _writer.AnnounceDeflated(info.filePath());
+        if (!info.isDir()) {
+            _writer.AddFile(ZipRules::EntryName(info.filePath(), _qstrBasePath), info.filePath());
         }
     }
     const int iTotal = lstFiles.size();
     int iAdded = 0;
-    for (const QFileInfo& info : lstFiles) {
-        if (info.isDir()) {
-            continue;
+    bool blCancelLogged = false;
+    auto logCancel = [&]() {
+        if (!blCancelLogged) {
+            blCancelLogged = true;
+            HX_LOG_IN(Logger::LOG_DEBUG, GetModuleCode(), "DirToZipWriter")
+                << LogPrefix() << "DirToZipWriter canceled [ _qstrCurrentPath :" << _qstrCurrentPath
+                << "; _qstrBasePath :" << _qstrBasePath << "]";
         }
-        QFile file(info.filePath());
-        if (!file.open(QIODevice::ReadOnly)) {
-            continue;
-        }
-        file.close();
-        const QString qstrEntry = ZipRules::EntryName(info.filePath(), _qstrBasePath);
-        QString qstrError;
-        const CLS_ZipStreamWriter::n_AddResult result =
-            _writer.AddFile(qstrEntry, info.filePath(), !ZipRules::IsStoredName(qstrEntry), qstrError);
-        if (result == CLS_ZipStreamWriter::ADD_WRITE_FAILED) {
-            // Nothing more can be added; DirToZip reports why.
-            return false;
-        }
-        if (result == CLS_ZipStreamWriter::ADD_READ_FAILED) {
-            HX_LOG(Logger::LOG_WARN, GetModuleCode())
-                << LogPrefix() << "DirToZipWriter skipped file read failed [ " << info.filePath() << "] "
-                << qstrError;
-            continue;
-        }
-        if (_progress) {
+    };
+    CLS_ZipWriter::FileAdded fileAdded;
+    CLS_ZipWriter::CancelRequested cancelRequested;
+    if (_progress) {
+        fileAdded = [&]() {
             ++iAdded;
             if (_progress(iAdded * 100 / iTotal) == -1) {
-                HX_LOG(Logger::LOG_DEBUG, GetModuleCode())
-                    << LogPrefix() << "DirToZipWriter canceled [ _qstrCurrentPath :" << _qstrCurrentPath
-                    << "; _qstrBasePath :" << _qstrBasePath << "]";
+                logCancel();
                 return false;
             }
-        }
+            return true;
+        };
+        // A cancel of the run also stops the packing within a large file.
+        cancelRequested = [&]() {
+            if (m_iBackUpCancel.load() == -1) {
+                logCancel();
+                return true;
+            }
+            return false;
+        };
     }
-    return true;
+    return _writer.Write(fileAdded, cancelRequested) == CLS_ZipWriter::WRITE_DONE;
 }

@@ -1,3 +1,4 @@
+#include <cstring>
 #include <future>
 #include <memory>
 #include <thread>
@@ -8,7 +9,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <private/qzipwriter_p.h>
+#include <zip.h>
 
 #include "CLS_BackUpPresenter.h"
 #include "CLS_BackUpRun.h"
@@ -168,11 +169,15 @@ private:
     }
     QString WriteArchive(const QString& _qstrName, const QStringList& _lstEntries)
     {
-        QZipWriter writer(Save() + "/" + _qstrName);
+        // Each entry holds its own name, so that a restored file shows where it came from.
+        const QString qstrPath = Save() + "/" + _qstrName;
+        zip_t* pZip = zip_open(QFile::encodeName(qstrPath).constData(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
         for (const QString& qstrEntry : _lstEntries) {
-            writer.addFile(qstrEntry, qstrEntry.toUtf8());
+            const QByteArray qbaName = qstrEntry.toUtf8();
+            zip_source_t* pSource = zip_source_buffer(pZip, strdup(qbaName.constData()), qbaName.size(), 1);
+            zip_file_add(pZip, qbaName.constData(), pSource, ZIP_FL_ENC_UTF_8);
         }
-        return Save() + "/" + _qstrName;
+        return pZip != nullptr && zip_close(pZip) == 0 ? qstrPath : QString();
     }
     // The client's files, without what the host's own libraries write while the test runs.
     QMap<QString, QByteArray> LiveData() const

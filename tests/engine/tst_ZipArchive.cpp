@@ -179,8 +179,9 @@ void tst_ZipArchive::progressAndCancel()
     });
     QCOMPARE(blDone, answer != -1);
     QCOMPARE(lstSeen, expected);
-    QCOMPARE(UnzipNames(Path("out/P.zip")).size(), expected.size());
-    QVERIFY(UnzipTestPasses(Path("out/P.zip")));
+    // A cancelled packing leaves no archive behind.
+    QCOMPARE(UnzipNames(Path("out/P.zip")).size(), blDone ? expected.size() : 0);
+    QCOMPARE(UnzipTestPasses(Path("out/P.zip")), blDone);
     const QString qstrSource = QFileInfo(Path("S")).absoluteFilePath();
     QCOMPARE(LogCount("DirToZipWriter canceled [ _qstrCurrentPath :" + qstrSource +
                       "; _qstrBasePath :" + qstrSource + "]"),

@@ -14,6 +14,8 @@ namespace {
 
 // What a chunk needs of its predecessor for back-references; the most deflate can use.
 constexpr qint64 kDictionaryBytes = 32 * 1024;
+// Thousands of small files stay within the budget; this keeps the workers' scan for work short.
+constexpr size_t kMaxFilesAhead = 256;
 
 bool ReadFully(int _iFd, char* _pData, qint64 _iSize, qint64 _iOffset)
 {
@@ -92,6 +94,7 @@ CLS_ParallelDeflater::~CLS_ParallelDeflater()
             Drop(file);
         }
         m_deqFiles.clear();
+        m_current.reset();
     }
     m_cvWork.notify_all();
     for (std::thread& thread : m_vecThreads) {
@@ -110,61 +113,74 @@ void CLS_ParallelDeflater::Announce(const QString& _qstrPath)
     m_cvWork.notify_one();
 }
 
-bool CLS_ParallelDeflater::Deflate(const QString& _qstrPath, const Sink& _sink, quint32& _iCrc,
-                                   qint64& _iSize, QString& _qstrError)
+void CLS_ParallelDeflater::Begin(const QString& _qstrPath)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        DropCurrent();
+        while (!m_deqFiles.empty() && m_deqFiles.front()->qstrPath != _qstrPath) {
+            Drop(m_deqFiles.front());
+            m_deqFiles.pop_front();
+        }
+        if (m_deqFiles.empty()) {
+            auto file = std::make_shared<STRUCT_File>();
+            file->qstrPath = _qstrPath;
+            m_deqFiles.push_back(std::move(file));
+        }
+        m_current = m_deqFiles.front();
+        m_iCurrentCrc = static_cast<quint32>(crc32(0L, Z_NULL, 0));
+        m_iCurrentSize = 0;
+    }
+    m_cvWork.notify_all();
+}
+
+CLS_ParallelDeflater::n_Pull CLS_ParallelDeflater::Pull(std::vector<char>& _vecPiece, quint32& _iCrc,
+                                                        qint64& _iSize, QString& _qstrError)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_deqFiles.empty() && m_deqFiles.front()->qstrPath != _qstrPath) {
-        Drop(m_deqFiles.front());
-        m_deqFiles.pop_front();
+    if (!m_current) {
+        _qstrError = "no file was begun";
+        return PULL_FAILED;
     }
-    if (m_deqFiles.empty()) {
-        auto file = std::make_shared<STRUCT_File>();
-        file->qstrPath = _qstrPath;
-        m_deqFiles.push_back(std::move(file));
-    }
-    const std::shared_ptr<STRUCT_File> file = m_deqFiles.front();
-    m_cvWork.notify_all();
-
+    const std::shared_ptr<STRUCT_File> file = m_current;
     auto fail = [&](const QString& _qstrWhy) {
         _qstrError = _qstrWhy;
-        Drop(file);
-        m_deqFiles.pop_front();
+        DropCurrent();
         lock.unlock();
         m_cvWork.notify_all();
-        return false;
+        return PULL_FAILED;
     };
 
     m_cvDone.wait(lock, [&] { return file->blOpened || file->blOpenFailed; });
     if (file->blOpenFailed) {
         return fail(file->qstrError);
     }
-    _iCrc = crc32(0L, Z_NULL, 0);
-    _iSize = 0;
-    for (size_t i = 0; i < file->vecChunks.size(); ++i) {
-        STRUCT_Chunk& chunk = file->vecChunks[i];
-        m_cvDone.wait(
-            lock, [&] { return chunk.state == STRUCT_Chunk::DONE || chunk.state == STRUCT_Chunk::FAILED; });
-        if (chunk.state == STRUCT_Chunk::FAILED) {
-            return fail(file->qstrError);
-        }
-        std::vector<char> vecOutput = std::move(chunk.vecOutput);
-        file->iConsumed = static_cast<int>(i) + 1;
-        m_iHeldBytes -= chunk.iHeld;
-        chunk.iHeld = 0;
-        lock.unlock();
-        m_cvWork.notify_all();
-        const bool blTaken = _sink(vecOutput.data(), static_cast<qint64>(vecOutput.size()));
-        _iCrc = static_cast<quint32>(crc32_combine(_iCrc, chunk.iCrc, static_cast<z_off_t>(chunk.iLength)));
-        _iSize += chunk.iLength;
-        lock.lock();
-        if (!blTaken) {
-            return fail("the deflated data could not be written");
-        }
+    const size_t iChunk = static_cast<size_t>(file->iConsumed);
+    if (iChunk == file->vecChunks.size()) {
+        _iCrc = m_iCurrentCrc;
+        _iSize = m_iCurrentSize;
+        m_deqFiles.pop_front();
+        file->CloseWhenIdle();
+        m_current.reset();
+        return PULL_END;
     }
-    m_deqFiles.pop_front();
-    file->CloseWhenIdle();
-    return true;
+    STRUCT_Chunk& chunk = file->vecChunks[iChunk];
+    m_cvDone.wait(lock,
+                  [&] { return chunk.state == STRUCT_Chunk::DONE || chunk.state == STRUCT_Chunk::FAILED; });
+    if (chunk.state == STRUCT_Chunk::FAILED) {
+        return fail(file->qstrError);
+    }
+    _vecPiece.swap(chunk.vecOutput);
+    std::vector<char>().swap(chunk.vecOutput);
+    file->iConsumed = static_cast<int>(iChunk) + 1;
+    m_iHeldBytes -= chunk.iHeld;
+    chunk.iHeld = 0;
+    m_iCurrentCrc =
+        static_cast<quint32>(crc32_combine(m_iCurrentCrc, chunk.iCrc, static_cast<z_off_t>(chunk.iLength)));
+    m_iCurrentSize += chunk.iLength;
+    lock.unlock();
+    m_cvWork.notify_all();
+    return PULL_PIECE;
 }
 
 qint64 CLS_ParallelDeflater::PeakHeldBytes() const
@@ -227,7 +243,7 @@ void CLS_ParallelDeflater::WorkerLoop()
 
 bool CLS_ParallelDeflater::TakeWork(std::shared_ptr<STRUCT_File>& _file, int& _iChunk)
 {
-    for (size_t i = 0; i < m_deqFiles.size(); ++i) {
+    for (size_t i = 0; i < m_deqFiles.size() && i < kMaxFilesAhead; ++i) {
         const std::shared_ptr<STRUCT_File>& file = m_deqFiles[i];
         if (!file->blOpened && !file->blOpenFailed) {
             // Files further on wait for the budget; the one the caller is taking never does.
@@ -355,4 +371,13 @@ void CLS_ParallelDeflater::Drop(const std::shared_ptr<STRUCT_File>& _file)
         }
     }
     _file->CloseWhenIdle();
+}
+
+void CLS_ParallelDeflater::DropCurrent()
+{
+    if (m_current) {
+        Drop(m_current);
+        m_deqFiles.pop_front();
+        m_current.reset();
+    }
 }

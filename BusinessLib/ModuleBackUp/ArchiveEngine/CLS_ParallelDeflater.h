@@ -2,7 +2,6 @@
 
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -16,13 +15,17 @@ struct z_stream_s;
 // Deflates whole files into raw deflate streams on worker threads, in independent chunks that share a
 // 32 KiB dictionary with their predecessor, so one large file keeps every core busy and compresses almost
 // as well as in one piece. Files announced ahead are deflated while the caller is still busy with earlier
-// ones, within a memory budget that a large file cannot overrun either; the caller takes each file's
-// stream in order.
+// ones, within a memory budget that a large file cannot overrun either; the caller pulls each file's
+// stream in order, piece by piece.
 class CLS_ParallelDeflater
 {
 public:
-    // Receives the stream piece by piece, in order; false stops the file.
-    using Sink = std::function<bool(const char* _pData, qint64 _iSize)>;
+    enum n_Pull
+    {
+        PULL_PIECE, // the next piece of the stream
+        PULL_END,   // the stream is whole; CRC-32 and size are given
+        PULL_FAILED // the file could not be read whole; the error says why
+    };
 
     static constexpr qint64 kChunkBytes = qint64(1) << 20;
 
@@ -31,14 +34,15 @@ public:
     CLS_ParallelDeflater(const CLS_ParallelDeflater&) = delete;
     CLS_ParallelDeflater& operator=(const CLS_ParallelDeflater&) = delete;
 
-    // The file will be asked for by Deflate() later, after the files announced before it.
+    // The file will be begun later, after the files announced before it.
     void Announce(const QString& _qstrPath);
 
-    // Feeds the whole deflate stream of the file to _sink and gives the CRC-32 and size of what was read.
-    // Announced files before this one that are not asked for are dropped. False when the file cannot be
-    // read whole (gone, shortened) or the sink refused; _qstrError says which.
-    bool Deflate(const QString& _qstrPath, const Sink& _sink, quint32& _iCrc, qint64& _iSize,
-                 QString& _qstrError);
+    // Makes the file the one Pull() takes from, from the start of its stream. Announced files before it
+    // that were not begun are dropped, as is the rest of the file begun before.
+    void Begin(const QString& _qstrPath);
+    // The next piece of the begun file's stream, swapped into _vecPiece. At PULL_END _iCrc and _iSize hold
+    // the CRC-32 and size of what was read; at PULL_FAILED the file is dropped and _qstrError says why.
+    n_Pull Pull(std::vector<char>& _vecPiece, quint32& _iCrc, qint64& _iSize, QString& _qstrError);
 
     // The most that deflated output and input in flight ever held at once.
     qint64 PeakHeldBytes() const;
@@ -53,6 +57,7 @@ private:
     static bool RunChunk(z_stream_s& _stream, STRUCT_File& _file, int _iChunk, std::vector<char>& _vecInput,
                          std::vector<char>& _vecOutput, quint32& _iCrc);
     void Drop(const std::shared_ptr<STRUCT_File>& _file);
+    void DropCurrent();
 
     const int m_iLevel;
     const int m_iThreads;
@@ -64,5 +69,9 @@ private:
     qint64 m_iHeldBytes = 0; // output waiting for the caller plus input being deflated
     qint64 m_iPeakHeldBytes = 0;
     bool m_blStop = false;
+    // The begun file, taken piece by piece by the caller's thread alone.
+    std::shared_ptr<STRUCT_File> m_current;
+    quint32 m_iCurrentCrc = 0;
+    qint64 m_iCurrentSize = 0;
     std::vector<std::thread> m_vecThreads;
 };
