@@ -10,10 +10,33 @@
 #include <QFileInfo>
 #include <QMap>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QStorageInfo>
 #include <QStringList>
 
 namespace EngineTest {
+
+// Bytes that no compressor shrinks, the same for the same seed.
+inline QByteArray RandomBytes(qint64 _iSize, quint32 _iSeed)
+{
+    QRandomGenerator generator(_iSeed);
+    QByteArray qbaData(static_cast<int>(_iSize), Qt::Uninitialized);
+    for (char& c : qbaData) {
+        c = static_cast<char>(generator.generate() & 0xFF);
+    }
+    return qbaData;
+}
+
+// Text that repeats at long and short range, so back-references across chunk borders matter.
+inline QByteArray TextBytes(qint64 _iSize)
+{
+    QByteArray qbaData;
+    for (int i = 0; qbaData.size() < _iSize; ++i) {
+        qbaData += QByteArray("camera=") + QByteArray::number(i % 977) +
+                   ";channel=" + QByteArray::number(i % 13) + ";name=entrance hall north\n";
+    }
+    return qbaData.left(static_cast<int>(_iSize));
+}
 
 inline bool WriteFile(const QString& _qstrPath, const QByteArray& _qbaData)
 {

@@ -12,28 +12,6 @@ namespace {
 
 const qint64 kChunk = CLS_ParallelDeflater::kChunkBytes;
 
-QByteArray RandomBytes(qint64 _iSize, quint32 _iSeed)
-{
-    QRandomGenerator generator(_iSeed);
-    QByteArray qbaData(static_cast<int>(_iSize), Qt::Uninitialized);
-    for (char& c : qbaData) {
-        c = static_cast<char>(generator.generate() & 0xFF);
-    }
-    return qbaData;
-}
-
-// Text that repeats at long and short range, so back-references across chunk borders matter.
-QByteArray TextBytes(qint64 _iSize)
-{
-    QByteArray qbaData;
-    for (int i = 0; qbaData.size() < _iSize; ++i) {
-        qbaData += QByteArray("camera=") + QByteArray::number(i % 977) +
-                   ";channel=" + QByteArray::number(i % 13) + ";name=entrance hall north\n";
-    }
-    qbaData.truncate(static_cast<int>(_iSize));
-    return qbaData;
-}
-
 quint32 Crc(const QByteArray& _qbaData)
 {
     return quint32(crc32(0, reinterpret_cast<const Bytef*>(_qbaData.constData()), uInt(_qbaData.size())));

@@ -22,16 +22,6 @@ CLS_BackUpPresenter* Presenter()
     return CLS_Singleton<CLS_BackUpPresenter>::GetInstance();
 }
 
-QByteArray RandomBytes(int _iSize, quint32 _iSeed)
-{
-    QRandomGenerator random(_iSeed);
-    QByteArray qbaData(_iSize, '\0');
-    for (char& c : qbaData) {
-        c = char(random.bounded(256));
-    }
-    return qbaData;
-}
-
 } // namespace
 
 class tst_ZipArchive : public QObject

@@ -20,14 +20,6 @@ namespace {
 // Every archive here is small or refused from its directory; none may take longer.
 constexpr qint64 kMaxMilliseconds = 5000;
 
-QByteArray RandomBytes(int _iSize, quint32 _iSeed)
-{
-    QRandomGenerator random(_iSeed);
-    QByteArray qbaData(_iSize, '\0');
-    random.fillRange(reinterpret_cast<quint32*>(qbaData.data()), _iSize / 4);
-    return qbaData;
-}
-
 } // namespace
 
 class tst_ZipReader : public QObject
