@@ -112,54 +112,73 @@ bool CopyFiles(const QString& _qstrSourceDir, const QString& _qstrTargetDir, con
     const QString qstrSourceRoot = sourceDir.absolutePath();
     const QString qstrTargetRoot = targetDir.absolutePath();
 
-    const QList<QFileInfo> lstFiles = GetFileList(_lstFilters, qstrSourceRoot, _blTopLevelOnly);
-    // Folders are made here, before any worker starts, so that workers never race on mkpath.
+    // The listing goes before the copy starts: for a large face library it is most of the plan's memory.
     std::vector<STRUCT_CopyEntry> vecEntries;
-    vecEntries.reserve(static_cast<std::size_t>(lstFiles.size()));
-    std::vector<qint64> vecSizes;
+    std::vector<QByteArray> vecFolders;
     std::vector<int> vecHeads;
-    QHash<QString, int> hashLastByTarget;
-    QHash<QString, bool> hashFolderMade{{qstrTargetRoot, blTargetMade}};
-    for (const QFileInfo& info : lstFiles) {
-        if (info.isDir()) {
-            continue;
+    int iListed = 0;
+    {
+        const QList<QFileInfo> lstFiles = GetFileList(_lstFilters, qstrSourceRoot, _blTopLevelOnly);
+        iListed = lstFiles.size();
+        // Folders are made here, before any worker starts, so that workers never race on mkpath.
+        vecEntries.reserve(static_cast<std::size_t>(lstFiles.size()));
+        std::vector<qint64> vecSizes;
+        vecSizes.reserve(static_cast<std::size_t>(lstFiles.size()));
+        QHash<QByteArray, int> hashLastByTarget;
+        struct STRUCT_Folder
+        {
+            int index;
+            bool made;
+        };
+        QHash<QString, STRUCT_Folder> hashFolders;
+        for (const QFileInfo& info : lstFiles) {
+            if (info.isDir()) {
+                continue;
+            }
+            const QString qstrSource = info.absoluteFilePath();
+            QString qstrTarget = qstrSource;
+            qstrTarget.replace(qstrSourceRoot, qstrTargetRoot);
+            const QDir targetFolder = QFileInfo(qstrTarget).absoluteDir();
+            const QString qstrFolder = targetFolder.absolutePath();
+            auto itFolder = hashFolders.find(qstrFolder);
+            if (itFolder == hashFolders.end()) {
+                const bool blMade = qstrFolder == qstrTargetRoot
+                                        ? blTargetMade
+                                        : !targetFolder.exists() && targetFolder.mkpath(qstrFolder);
+                itFolder = hashFolders.insert(qstrFolder, {static_cast<int>(vecFolders.size()), blMade});
+                vecFolders.push_back(QFile::encodeName(qstrFolder));
+            }
+            STRUCT_CopyEntry entry;
+            entry.source = QFile::encodeName(qstrSource);
+            entry.target = QFile::encodeName(qstrTarget);
+            entry.folder = itFolder->index;
+            const QByteArray qbaRemoval = QFile::encodeName(targetFolder.filePath(info.fileName()));
+            if (qbaRemoval != entry.target) {
+                entry.removal = qbaRemoval;
+            }
+            const int iIndex = static_cast<int>(vecEntries.size());
+            const auto itLast = hashLastByTarget.find(entry.target);
+            if (itLast != hashLastByTarget.end()) {
+                vecEntries[static_cast<std::size_t>(itLast.value())].next = iIndex;
+                itLast.value() = iIndex;
+            } else {
+                hashLastByTarget.insert(entry.target, iIndex);
+                vecHeads.push_back(iIndex);
+                entry.fresh = itFolder->made && entry.removal.isEmpty();
+            }
+            vecSizes.push_back(info.size());
+            vecEntries.push_back(std::move(entry));
         }
-        const QString qstrSource = info.absoluteFilePath();
-        QString qstrTarget = qstrSource;
-        qstrTarget.replace(qstrSourceRoot, qstrTargetRoot);
-        const QDir targetFolder = QFileInfo(qstrTarget).absoluteDir();
-        const QString qstrFolder = targetFolder.absolutePath();
-        auto itFolder = hashFolderMade.find(qstrFolder);
-        if (itFolder == hashFolderMade.end()) {
-            itFolder =
-                hashFolderMade.insert(qstrFolder, !targetFolder.exists() && targetFolder.mkpath(qstrFolder));
-        }
-        STRUCT_CopyEntry entry;
-        entry.source = QFile::encodeName(qstrSource);
-        entry.target = QFile::encodeName(qstrTarget);
-        entry.folder = QFile::encodeName(qstrFolder);
-        entry.removal = QFile::encodeName(targetFolder.filePath(info.fileName()));
-        const int iIndex = static_cast<int>(vecEntries.size());
-        const auto itLast = hashLastByTarget.find(qstrTarget);
-        if (itLast != hashLastByTarget.end()) {
-            vecEntries[static_cast<std::size_t>(itLast.value())].next = iIndex;
-            itLast.value() = iIndex;
-        } else {
-            hashLastByTarget.insert(qstrTarget, iIndex);
-            vecHeads.push_back(iIndex);
-            entry.fresh = itFolder.value() && entry.removal == entry.target;
-        }
-        vecSizes.push_back(info.size());
-        vecEntries.push_back(std::move(entry));
+        // Large files first: a video started last would leave one worker copying alone.
+        std::stable_sort(vecHeads.begin(), vecHeads.end(), [&vecSizes](int _iLeft, int _iRight) {
+            return vecSizes[static_cast<std::size_t>(_iLeft)] > vecSizes[static_cast<std::size_t>(_iRight)];
+        });
     }
-    // Large files first: a video started last would leave one worker copying alone.
-    std::stable_sort(vecHeads.begin(), vecHeads.end(), [&vecSizes](int _iLeft, int _iRight) {
-        return vecSizes[static_cast<std::size_t>(_iLeft)] > vecSizes[static_cast<std::size_t>(_iRight)];
-    });
 
     // Writing into the page cache costs the kernel a core per stream; on two cores, three or four workers
     // were no faster than two.
-    CLS_ParallelCopy copy(std::move(vecEntries), std::move(vecHeads), lstFiles.size(), _blOverwrite);
+    CLS_ParallelCopy copy(std::move(vecEntries), std::move(vecFolders), std::move(vecHeads), iListed,
+                          _blOverwrite);
     copy.Run(std::min(4, std::max(2, QThread::idealThreadCount())), _progress);
     return true;
 }

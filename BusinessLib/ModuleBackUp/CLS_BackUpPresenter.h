@@ -76,12 +76,17 @@ public:
     void FinishInterruptedRestore();
     bool DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                   const QString& _qstrZipName, ZipProgress _progress);
+    // DirToZip that can remove each file once packed, and gives the names of the entries written.
+    bool PackFolder(const QString& _qstrSourcePath, const QString& _qstrDirDestination, const QString& _qstrZipName,
+                    ZipProgress _progress, bool _blConsume, QStringList* _pPacked);
     bool DirToZipWriter(CLS_ZipWriter& _writer, const QString& _qstrCurrentPath, const QString& _qstrBasePath,
                         ZipProgress _progress);
     qint64 GetZipSize(const QString& _qstrZipName);
     // Whether the last DirToZip failed because its volume was full.
     bool LastPackRanOutOfSpace() const { return m_blPackOutOfSpace; }
-    bool ZipToDir(const QString& _qstrZipName, const QString& _qstrDirDestination);
+    // A -1 from the progress stops the unpacking, and ZipToDir fails.
+    bool ZipToDir(const QString& _qstrZipName, const QString& _qstrDirDestination,
+                  ZipProgress _progress = ZipProgress());
 
 private:
     friend class CLS_Singleton<CLS_BackUpPresenter>;

@@ -9,8 +9,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStorageInfo>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
-#include "ArchiveCheck.h"
+#include "PackedArchiveCheck.h"
 #include "CLS_BackUpRun.h"
 #include "CLS_DBDaoC.h"
 #include "CLS_RunLock.h"
@@ -108,6 +111,11 @@ bool CLS_BackUpRun::Run(const QVector<STRUCT_BackUpSource>& _vecSources)
     RunLeftovers::WriteMarker(qstrMarker);
 
     n_Step step = CopySources(_vecSources);
+#ifdef __GLIBC__
+    // The copy plan of a large face library was freed on the workers' threads, whose malloc arenas keep it
+    // as resident memory through the packing otherwise.
+    malloc_trim(0);
+#endif
     if (step == STEP_DONE) {
         // The host's connections let go of the live database files.
         CLS_DBDaoC::ClearPools();
@@ -247,7 +255,9 @@ bool CLS_BackUpRun::Pack()
     // Written under a name that no reader takes for an archive, and published whole.
     const QString qstrTempPath = QDir(m_qstrSavePath).absoluteFilePath(m_qstrTempName + ".zip");
     const QString qstrZipPath = QDir(m_qstrSavePath).absoluteFilePath(m_qstrZipName + ".zip");
-    if (!m_presenter.DirToZip(m_qstrStaging, m_qstrSavePath, m_qstrTempName, packProgress)) {
+    // The staging copy is packed away file by file: what is packed is not needed any more.
+    QStringList lstPacked;
+    if (!m_presenter.PackFolder(m_qstrStaging, m_qstrSavePath, m_qstrTempName, packProgress, true, &lstPacked)) {
         if (m_presenter.LastPackRanOutOfSpace() || QStorageInfo(m_qstrSavePath).bytesAvailable() <
                                                        FunctionUtil::GetFileSize(m_qstrStaging, {}, false)) {
             OutOfSpace("packing into " + qstrTempPath);
@@ -264,8 +274,7 @@ bool CLS_BackUpRun::Pack()
         return FailPacking(qstrTempPath);
     }
     QString qstrDetail;
-    const n_ArchiveCheck check =
-        CheckPackedArchive(qstrTempPath, PackableEntryNames(m_qstrStaging), qstrDetail);
+    const n_ArchiveCheck check = CheckPackedArchive(qstrTempPath, lstPacked, qstrDetail);
     if (check != ARCHIVE_COMPLETE) {
         HX_LOG_IN(Logger::LOG_WARN, m_presenter.GetModuleCode(), "BackUpData")
             << m_strLogPrefix << " BackUpData DirToZip failed  archive check failed [qstrZipName "

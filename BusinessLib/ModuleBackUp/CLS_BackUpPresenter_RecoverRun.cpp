@@ -85,8 +85,20 @@ bool CLS_BackUpPresenter::RecoverData(const QString& _qstrFilePath)
     // A folder made for this run beside the archive, marked so that it is never taken for the user's.
     CLS_UnpackFolder unpackFolder(qstrWorkPath);
     const QString qstrRoot = unpackFolder.Path() + "/" + archive.baseName();
-    if (!CancelRequested() &&
-        (unpackFolder.Path().isEmpty() || !ZipToDir(archive.absoluteFilePath(), unpackFolder.Path()))) {
+    // Unpacking is nearly all of a restore's time; placing the files is the last step.
+    QVariantMap qmapRecord{{"intRate", 0}, {"strRate", tr("lab_recovering")}};
+    int iLastRate = -1;
+    auto report = [&](int _iRate) {
+        qmapRecord["intRate"] = _iRate;
+        qmapRecord["IsSend"] = _iRate != iLastRate;
+        iLastRate = _iRate;
+        return ProcessCallBack("ProcessUpdate", qmapRecord);
+    };
+    report(0);
+    auto unpackProgress = [&](int _iPercent) { return report(_iPercent * 95 / 100); };
+    if (!CancelRequested() && (unpackFolder.Path().isEmpty() ||
+                               !ZipToDir(archive.absoluteFilePath(), unpackFolder.Path(), unpackProgress)) &&
+        !CancelRequested()) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix()
             << " RecoverData failed  ZipToDir failed  [filepath : " << archive.absoluteFilePath();
@@ -151,6 +163,10 @@ bool CLS_BackUpPresenter::RecoverData(const QString& _qstrFilePath)
     }
     PauseForTests();
     // From here on the restore finishes, after a crash too: the journal owns the unpack folder.
-    return RestorePlacement::PlaceAndFinish(GetModuleCode(), LogPrefix(), unpackFolder.Release(),
-                                            vecPlacements);
+    const bool blPlaced =
+        RestorePlacement::PlaceAndFinish(GetModuleCode(), LogPrefix(), unpackFolder.Release(), vecPlacements);
+    if (blPlaced) {
+        report(100);
+    }
+    return blPlaced;
 }

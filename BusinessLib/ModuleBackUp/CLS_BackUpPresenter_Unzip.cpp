@@ -5,9 +5,11 @@
 
 #include "CLS_ZipReader.h"
 #include "CLS_ZipUnpacker.h"
+#include "EntryExtract.h"
 #include "Logger.h"
 
-bool CLS_BackUpPresenter::ZipToDir(const QString& _qstrZipName, const QString& _qstrDirDestination)
+bool CLS_BackUpPresenter::ZipToDir(const QString& _qstrZipName, const QString& _qstrDirDestination,
+                                   ZipProgress _progress)
 {
     const QFileInfo zipInfo(_qstrZipName);
     if (!zipInfo.exists()) {
@@ -30,8 +32,18 @@ bool CLS_BackUpPresenter::ZipToDir(const QString& _qstrZipName, const QString& _
     }
     const QString qstrZipPath = zipInfo.absoluteFilePath();
     CLS_ZipUnpacker unpacker;
-    const CLS_ZipUnpacker::n_Result result = unpacker.Unpack(qstrZipPath, qstrRoot);
+    CLS_ZipUnpacker::Progress progress;
+    if (_progress) {
+        progress = [&_progress](int _iPercent) { return _progress(_iPercent) != -1; };
+    }
+    const CLS_ZipUnpacker::n_Result result = unpacker.Unpack(qstrZipPath, qstrRoot, progress);
     const CLS_ZipUnpacker::STRUCT_Note& failure = unpacker.Failure();
+    if (result == CLS_ZipUnpacker::ENTRY_FAILED && failure.qstrEntry.isEmpty() &&
+        failure.qstrDetail == EntryExtract::kStopped) {
+        HX_LOG(Logger::LOG_DEBUG, GetModuleCode())
+            << LogPrefix() << "ZipToDir canceled [_qstrZipName " << qstrZipPath << "]";
+        return false;
+    }
     if (result == CLS_ZipUnpacker::ARCHIVE_REFUSED) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
             << LogPrefix() << "ZipToDir failed archive unreadable [_qstrZipName " << qstrZipPath << "] "

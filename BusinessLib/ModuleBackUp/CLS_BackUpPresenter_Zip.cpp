@@ -11,6 +11,13 @@
 bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
                                    const QString& _qstrZipName, ZipProgress _progress)
 {
+    return PackFolder(_qstrSourcePath, _qstrDirDestination, _qstrZipName, std::move(_progress), false, nullptr);
+}
+
+bool CLS_BackUpPresenter::PackFolder(const QString& _qstrSourcePath, const QString& _qstrDirDestination,
+                                     const QString& _qstrZipName, ZipProgress _progress, bool _blConsume,
+                                     QStringList* _pPacked)
+{
     m_blPackOutOfSpace = false;
     if (!QFileInfo::exists(_qstrSourcePath)) {
         HX_LOG(Logger::LOG_WARN, GetModuleCode())
@@ -26,8 +33,15 @@ bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString
     }
     const QString qstrZipPath = destination.absolutePath() + "/" + _qstrZipName + ".zip";
     CLS_ZipWriter writer(qstrZipPath);
+    writer.SetRemoveAfterReading(_blConsume);
     const QString qstrSource = QFileInfo(_qstrSourcePath).absoluteFilePath();
     if (writer.IsOpen() && DirToZipWriter(writer, qstrSource, qstrSource, std::move(_progress))) {
+        if (_pPacked != nullptr) {
+            _pPacked->clear();
+            for (const QString& qstrFile : writer.QueuedFiles()) {
+                *_pPacked << ZipRules::EntryName(qstrFile, qstrSource);
+            }
+        }
         return true;
     }
     if (!writer.ErrorText().isEmpty()) {
@@ -42,14 +56,18 @@ bool CLS_BackUpPresenter::DirToZip(const QString& _qstrSourcePath, const QString
 bool CLS_BackUpPresenter::DirToZipWriter(CLS_ZipWriter& _writer, const QString& _qstrCurrentPath,
                                          const QString& _qstrBasePath, ZipProgress _progress)
 {
-    const QList<QFileInfo> lstFiles = FunctionUtil::GetFileList(QStringList(), _qstrCurrentPath, false);
-    // Unreadable files are passed over without a trace and without being counted.
-    for (const QFileInfo& info : lstFiles) {
-        if (!info.isDir()) {
-            _writer.AddFile(ZipRules::EntryName(info.filePath(), _qstrBasePath), info.filePath());
+    int iTotal = 0;
+    {
+        // The listing is let go before packing: for a large face library it is tens of MiB.
+        const QList<QFileInfo> lstFiles = FunctionUtil::GetFileList(QStringList(), _qstrCurrentPath, false);
+        // Unreadable files are passed over without a trace and without being counted.
+        for (const QFileInfo& info : lstFiles) {
+            if (!info.isDir()) {
+                _writer.AddFile(ZipRules::EntryName(info.filePath(), _qstrBasePath), info.filePath());
+            }
         }
+        iTotal = lstFiles.size();
     }
-    const int iTotal = lstFiles.size();
     int iAdded = 0;
     bool blCancelLogged = false;
     auto logCancel = [&]() {

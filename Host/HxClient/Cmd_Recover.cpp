@@ -5,6 +5,7 @@
 #include "CLS_ArchiveContents.h"
 #include "CLS_CommandParser.h"
 #include "CLS_ModuleHost.h"
+#include "CLS_ProgressBar.h"
 #include "CLS_SignalWatcher.h"
 #include "ClientOutput.h"
 #include "ClientSetup.h"
@@ -88,12 +89,20 @@ int MakeSafetyCopy(CLS_ModuleHost& _host, const QString& _qstrCommand, const QSt
     return ExitCode::kSuccess;
 }
 
-// The "Recover" request. Ctrl-C and SIGTERM ask for a cancel, which the module honours until files go
+// The "Recover" request, with a progress bar like the backup's. Ctrl-C and SIGTERM ask for a cancel, which the module honours until files go
 // into place; the run clears the flag when it starts, so the request is repeated until the answer comes.
 // True when a cancel was asked for.
 bool RunRestore(CLS_ModuleHost& _host, const QString& _qstrArchive, QVariantMap& _qmapResult)
 {
     bool blCancelled = false;
+    CLS_ProgressBar bar;
+    // The host outlives this run; the connection must not.
+    const QMetaObject::Connection progress = QObject::connect(
+        &_host, &CLS_ModuleHost::SignProgress, &_host, [&](int _iRate, const QString& _qstrText) {
+            if (!blCancelled) {
+                bar.Update(_iRate, _qstrText);
+            }
+        });
     QTimer resend;
     resend.setInterval(kCancelResendMs);
     QObject::connect(&resend, &QTimer::timeout, &_host, [&_host] { _host.Send("CanCelBackUp", {}); });
@@ -103,12 +112,15 @@ bool RunRestore(CLS_ModuleHost& _host, const QString& _qstrArchive, QVariantMap&
             return;
         }
         blCancelled = true;
+        bar.Finish();
         ClientOutput::Print(
             "Cancelling; waiting for the restore to stop (once files go into place, it finishes)...");
         _host.Send("CanCelBackUp", {});
         resend.start();
     });
     _host.WaitForAnswer(_host.Send("Recover", {{"RecoverPath", _qstrArchive}}), _qmapResult, -1);
+    bar.Finish();
+    QObject::disconnect(progress);
     return blCancelled;
 }
 

@@ -121,6 +121,10 @@
         <translation>Backing up...</translation>
     </message>
     <message>
+        <source>lab_recovering</source>
+        <translation>Restoring...</translation>
+    </message>
+    <message>
         <source>msg_disk_less</source>
         <translation>not enough free disk space</translation>
     </message>

@@ -156,7 +156,7 @@ private slots:
 private:
     QString Work(const QString& _qstrName) const { return m_dir->path() + "/" + _qstrName; }
     // Adds the files, writes the archive and checks it with libzip, Info-ZIP and Python.
-    void PackAndCheck(const QList<STRUCT_Expected>& _lstExpected, bool _blZip64);
+    void PackAndCheck(const QList<STRUCT_Expected>& _lstExpected, bool _blZip64, bool _blRemoveAfterReading);
 
     std::unique_ptr<QTemporaryDir> m_dir;
 };
@@ -189,19 +189,21 @@ void tst_ZipWriter::packsFolders_data()
 {
     QTest::addColumn<QString>("layout");
     QTest::addColumn<bool>("zip64");
+    QTest::addColumn<bool>("removeAfterReading");
 
-    QTest::newRow("small archive stays plain zip") << "small" << false;
-    QTest::newRow("empty folder") << "empty" << false;
-    QTest::newRow("70,000 small files") << "many" << true;
-    QTest::newRow("sparse 4.5 GiB clip, then a file past 4 GiB") << "clip" << true;
-    QTest::newRow("archive over 4 GiB of two 2.1 GiB clips") << "two clips" << true;
-    QTest::newRow("sparse 4.5 GiB deflated") << "deflated" << true;
+    QTest::newRow("small archive stays plain zip") << "small" << false << true;
+    QTest::newRow("empty folder") << "empty" << false << false;
+    QTest::newRow("70,000 small files") << "many" << true << false;
+    QTest::newRow("sparse 4.5 GiB clip, then a file past 4 GiB") << "clip" << true << true;
+    QTest::newRow("archive over 4 GiB of two 2.1 GiB clips") << "two clips" << true << false;
+    QTest::newRow("sparse 4.5 GiB deflated") << "deflated" << true << true;
 }
 
 void tst_ZipWriter::packsFolders()
 {
     QFETCH(QString, layout);
     QFETCH(bool, zip64);
+    QFETCH(bool, removeAfterReading);
     QList<STRUCT_Expected> lstExpected;
     auto add = [&](const QString& _qstrName, const QByteArray& _qbaContent, bool _blStored) {
         lstExpected.append({_qstrName, _qbaContent.size(), Crc(_qbaContent), _blStored});
@@ -236,23 +238,34 @@ void tst_ZipWriter::packsFolders()
     } else if (layout == "deflated") {
         QVERIFY(addSparse("zeros.log", 4 * kGiB + kGiB / 2, false));
     }
-    PackAndCheck(lstExpected, zip64);
+    PackAndCheck(lstExpected, zip64, removeAfterReading);
 }
 
-void tst_ZipWriter::PackAndCheck(const QList<STRUCT_Expected>& _lstExpected, bool _blZip64)
+void tst_ZipWriter::PackAndCheck(const QList<STRUCT_Expected>& _lstExpected, bool _blZip64,
+                                 bool _blRemoveAfterReading)
 {
     const QString qstrZip = Work("out/x.zip");
     QVERIFY(QDir().mkpath(Work("out")));
     {
         CLS_ZipWriter writer(qstrZip);
         QVERIFY2(writer.IsOpen(), qPrintable(writer.ErrorText()));
+        writer.SetRemoveAfterReading(_blRemoveAfterReading);
+        QStringList lstFiles;
         for (const STRUCT_Expected& expected : _lstExpected) {
             QVERIFY(writer.AddFile(expected.qstrName, Work("in/" + expected.qstrName)));
+            lstFiles << Work("in/" + expected.qstrName);
         }
+        QCOMPARE(writer.QueuedFiles(), lstFiles);
         int iAdded = 0;
         QCOMPARE(writer.Write([&iAdded] { return ++iAdded, true; }), CLS_ZipWriter::WRITE_DONE);
         QCOMPARE(iAdded, _lstExpected.size());
     }
+    int iLeft = 0;
+    for (QDirIterator it(Work("in"), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();
+         it.next()) {
+        ++iLeft;
+    }
+    QCOMPARE(iLeft, _blRemoveAfterReading ? 0 : _lstExpected.size());
     QCOMPARE(QDir(Work("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
              QStringList{"x.zip"});
 

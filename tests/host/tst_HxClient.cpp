@@ -346,6 +346,12 @@ void tst_HxClient::backUpThenRestoreChangedData()
     stResult = Run(qstrData, {"recover", "--yes", archive.absoluteFilePath()}, kRunMs);
     QVERIFY2(stResult.blFinished && stResult.iExit == 0, qPrintable(stResult.qstrOut + stResult.qstrErr));
     QVERIFY(stResult.qstrOut.contains("Restored " + archive.absoluteFilePath()));
+    // The restore's own progress, after the safety copy's.
+    const QString qstrRestoring = stResult.qstrOut.section("Restoring from ", 1);
+    const QVector<int> vecRestoreRates = ProgressRates(qstrRestoring);
+    QVERIFY2(!vecRestoreRates.isEmpty() && vecRestoreRates.last() == 100 && qstrRestoring.contains("Restoring..."),
+             qPrintable(qstrRestoring));
+    QVERIFY(std::is_sorted(vecRestoreRates.cbegin(), vecRestoreRates.cend()));
     // The data as it was before the restore, kept by the restore itself.
     const QString qstrSafety = LabelledValue(stResult.qstrOut, "Safety copy");
     QCOMPARE(QFileInfo(qstrSafety).absolutePath(), qstrData + "/AutoBackUp/PreRestore");

@@ -13,13 +13,14 @@
 
 #include "FileCopy.h"
 
-// One listed file, with its paths encoded before any worker sees them.
+// One listed file, with its paths encoded before any worker sees them. A face library lists a hundred
+// thousand of these, so folders are shared and the removal path is kept only where it differs.
 struct STRUCT_CopyEntry
 {
     QByteArray source;
     QByteArray target;
-    QByteArray folder;
-    QByteArray removal; // what overwrite removes; the target itself except for a source root of "/"
+    QByteArray removal; // what overwrite removes when not the target itself (a source root of "/")
+    int folder = -1;    // the target's folder, in the copy's list of folders
     int next = -1;      // the next entry with the same target, copied after this one by the same worker
     bool fresh = false; // the first copy into a folder made by this call: nothing there to remove or keep
 };
@@ -30,10 +31,10 @@ class CLS_ParallelCopy
 {
 public:
     // _vecHeads are the entries that start a chain of one target, in the order to copy them.
-    CLS_ParallelCopy(std::vector<STRUCT_CopyEntry> _vecEntries, std::vector<int> _vecHeads, int _iListed,
-                     bool _blOverwrite)
-        : m_vecEntries(std::move(_vecEntries)), m_vecHeads(std::move(_vecHeads)), m_iListed(_iListed),
-          m_blOverwrite(_blOverwrite)
+    CLS_ParallelCopy(std::vector<STRUCT_CopyEntry> _vecEntries, std::vector<QByteArray> _vecFolders,
+                     std::vector<int> _vecHeads, int _iListed, bool _blOverwrite)
+        : m_vecEntries(std::move(_vecEntries)), m_vecFolders(std::move(_vecFolders)),
+          m_vecHeads(std::move(_vecHeads)), m_iListed(_iListed), m_blOverwrite(_blOverwrite)
     {}
 
     // Also reached when the progress callback throws: the workers stop after their current file.
@@ -92,10 +93,12 @@ private:
             for (int iEntry = m_vecHeads[iHead]; iEntry >= 0 && !m_blStop;) {
                 const STRUCT_CopyEntry& entry = m_vecEntries[static_cast<std::size_t>(iEntry)];
                 if (m_blOverwrite && !entry.fresh) {
-                    FileCopy::RemoveExisting(entry.removal);
+                    FileCopy::RemoveExisting(entry.removal.isEmpty() ? entry.target : entry.removal);
                 }
                 // A failed copy keeps whatever the target held; the listing goes on.
-                FileCopy::CopyOneFile(entry.source, entry.target, entry.folder, entry.fresh, vecBuffer);
+                FileCopy::CopyOneFile(entry.source, entry.target,
+                                      m_vecFolders[static_cast<std::size_t>(entry.folder)], entry.fresh,
+                                      vecBuffer);
                 iEntry = entry.next;
                 if (_blOnCaller) {
                     Report(++m_iDone);
@@ -134,6 +137,7 @@ private:
     }
 
     const std::vector<STRUCT_CopyEntry> m_vecEntries;
+    const std::vector<QByteArray> m_vecFolders;
     const std::vector<int> m_vecHeads;
     const int m_iListed; // the percentages count every listed file
     const bool m_blOverwrite;

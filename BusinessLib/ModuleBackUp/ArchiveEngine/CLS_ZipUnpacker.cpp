@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -100,7 +101,8 @@ int CLS_ZipUnpacker::DefaultThreads()
     return qBound(2, QThread::idealThreadCount(), kMaxThreads);
 }
 
-CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, const QString& _qstrRoot)
+CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, const QString& _qstrRoot,
+                                                  const Progress& _progress)
 {
     m_failure = STRUCT_Note();
     m_vecPassedOver.clear();
@@ -115,6 +117,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
 
     std::map<int, QString> mapPassedOver;
     std::vector<STRUCT_Job> vecJobs;
+    qint64 iTotalBytes = 0;
     QSet<QString> setTargets;
     CLS_FolderMaker folders(_qstrRoot);
     for (int i = 0; i < vecEntries.size(); ++i) {
@@ -142,6 +145,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
         job.iIndex = i;
         job.qbaPath = QFile::encodeName(_qstrRoot + "/" + qstrClean);
         job.blWritable = folders.Make(qstrClean.section('/', 0, -2), job.qstrDetail);
+        iTotalBytes += vecEntries[i].iSize;
         vecJobs.push_back(std::move(job));
     }
 
@@ -149,6 +153,13 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
     std::atomic<bool> stop{false};
     std::mutex mutex;
     int iFailedIndex = -1;
+    // Progress: bytes of the entries done, and the workers still at it, under the mutex.
+    std::condition_variable cvProgress;
+    qint64 iBytesDone = 0;
+    int iWorking = 0;
+    auto percentOf = [iTotalBytes](qint64 _iBytes) {
+        return iTotalBytes > 0 ? int(_iBytes * 100 / iTotalBytes) : 100;
+    };
     auto work = [&]() {
         const CLS_FileDescriptor archive(
             open(QFile::encodeName(_qstrZipPath).constData(), O_RDONLY | O_CLOEXEC));
@@ -187,6 +198,14 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                 qstrError = "write failed: close failed";
             }
             if (blDone) {
+                if (_progress) {
+                    const std::lock_guard<std::mutex> lock(mutex);
+                    const int iBefore = percentOf(iBytesDone);
+                    iBytesDone += entry.iSize;
+                    if (percentOf(iBytesDone) != iBefore) {
+                        cvProgress.notify_one();
+                    }
+                }
                 continue;
             }
             // A short file would later be copied over live data as if it were whole.
@@ -201,18 +220,58 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
             }
         }
     };
+    // With a progress to report, the calling thread only reports; otherwise it is one of the workers.
+    auto workAndSignOff = [&]() {
+        work();
+        const std::lock_guard<std::mutex> lock(mutex);
+        --iWorking;
+        cvProgress.notify_one();
+    };
     std::vector<std::thread> vecThreads;
     const int iThreads = int(qMin<size_t>(size_t(m_iThreads), vecJobs.size()));
     try {
-        for (int i = 1; i < iThreads; ++i) {
-            vecThreads.emplace_back(work);
+        for (int i = _progress ? 0 : 1; i < iThreads; ++i) {
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                ++iWorking;
+            }
+            vecThreads.emplace_back(_progress ? std::function<void()>(workAndSignOff) : std::function<void()>(work));
         }
     } catch (const std::system_error&) {
         // Fewer threads do the same work.
+        const std::lock_guard<std::mutex> lock(mutex);
+        --iWorking;
     }
-    work();
+    bool blStoppedByProgress = false;
+    if (_progress && !vecThreads.empty()) {
+        std::unique_lock<std::mutex> lock(mutex);
+        int iReported = -1;
+        for (;;) {
+            const int iPercent = percentOf(iBytesDone);
+            if (iPercent != iReported && !blStoppedByProgress) {
+                iReported = iPercent;
+                lock.unlock();
+                blStoppedByProgress = !_progress(iPercent);
+                if (blStoppedByProgress) {
+                    stop = true;
+                }
+                lock.lock();
+                continue;
+            }
+            if (iWorking == 0) {
+                break;
+            }
+            cvProgress.wait(lock);
+        }
+    } else {
+        work();
+    }
     for (std::thread& thread : vecThreads) {
         thread.join();
+    }
+    if (blStoppedByProgress) {
+        m_failure = {QString(), EntryExtract::kStopped};
+        return ENTRY_FAILED;
     }
     if (iFailedIndex >= 0) {
         return ENTRY_FAILED;

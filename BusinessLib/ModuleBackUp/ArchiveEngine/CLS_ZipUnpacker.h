@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include <QString>
 #include <QVector>
 
@@ -23,9 +25,13 @@ public:
         QString qstrDetail;
     };
 
+    // Whole percent of the bytes unpacked, on the calling thread, once per change; false stops the unpacking.
+    using Progress = std::function<bool(int _iPercent)>;
+
     explicit CLS_ZipUnpacker(int _iThreads = DefaultThreads());
 
-    n_Result Unpack(const QString& _qstrZipPath, const QString& _qstrRoot);
+    // Stopped through the progress, it fails with the detail EntryExtract::kStopped.
+    n_Result Unpack(const QString& _qstrZipPath, const QString& _qstrRoot, const Progress& _progress = Progress());
 
     // Why the archive or which entry failed.
     const STRUCT_Note& Failure() const { return m_failure; }

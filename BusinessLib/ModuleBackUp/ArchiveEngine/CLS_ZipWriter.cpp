@@ -17,8 +17,9 @@
 
 namespace {
 
-// Deflated data waiting to be copied, at most; it keeps memory apart from the size of any file.
-constexpr qint64 kDeflateBudgetBytes = qint64(128) << 20;
+// Deflated data waiting to be copied, at most; it keeps memory apart from the size of any file. Eight
+// chunks per core keep the workers ahead of libzip's copy while a backup stays within 128 MiB.
+constexpr qint64 kDeflateBudgetBytes = qint64(16) << 20;
 // libzip 1.7 reserves room for zip64 sizes in the local header of a deflated entry only above this size;
 // a deflated stream that outgrew 4 GiB below it would not fit the header written before the data.
 constexpr qint64 kZip64ReservedAbove = 4293656963LL;
@@ -202,6 +203,9 @@ struct CLS_ZipWriter::STRUCT_Entry
     {
         blEnded = true;
         vecBuffer.clear();
+        if (pWriter->m_blRemoveAfterReading) {
+            unlink(QFile::encodeName(qstrPath).constData());
+        }
         if (pWriter->m_fileAdded && !pWriter->m_fileAdded()) {
             return Cancel();
         }
@@ -496,6 +500,16 @@ bool CLS_ZipWriter::AddFile(const QString& _qstrEntryName, const QString& _qstrF
     }
     m_vecEntries.push_back(std::move(entry));
     return true;
+}
+
+QStringList CLS_ZipWriter::QueuedFiles() const
+{
+    QStringList lstFiles;
+    lstFiles.reserve(static_cast<int>(m_vecEntries.size()));
+    for (const std::unique_ptr<STRUCT_Entry>& entry : m_vecEntries) {
+        lstFiles << entry->qstrPath;
+    }
+    return lstFiles;
 }
 
 CLS_ZipWriter::n_Result CLS_ZipWriter::Write(const FileAdded& _fileAdded,

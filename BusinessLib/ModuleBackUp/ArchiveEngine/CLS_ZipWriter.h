@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
 struct zip;
@@ -43,6 +44,12 @@ public:
 
     bool IsOpen() const { return m_pArchive != nullptr; }
 
+    // Each file is removed as soon as it is read whole: a staging copy packed this way is mostly gone before
+    // the kernel writes it out, which saves writing it and then freeing it on disk.
+    void SetRemoveAfterReading(bool _blRemove) { m_blRemoveAfterReading = _blRemove; }
+    // The files queued so far, in order. Not kept beside the entries: a face library has a hundred thousand.
+    QStringList QueuedFiles() const;
+
     // Queues the file under the entry name (UTF-8). False, and nothing queued, when the file cannot be
     // opened for reading or the name is taken.
     bool AddFile(const QString& _qstrEntryName, const QString& _qstrFilePath);
@@ -73,6 +80,7 @@ private:
     std::vector<char> m_vecBuffer;
     FileAdded m_fileAdded;
     CancelRequested m_cancelRequested;
+    bool m_blRemoveAfterReading = false;
     bool m_blCancelled = false;
     bool m_blOutOfSpace = false;
     QString m_qstrError;
