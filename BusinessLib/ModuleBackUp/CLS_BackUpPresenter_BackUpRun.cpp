@@ -112,8 +112,8 @@ bool CLS_BackUpRun::Run(const QVector<STRUCT_BackUpSource>& _vecSources)
 
     n_Step step = CopySources(_vecSources);
 #ifdef __GLIBC__
-    // The copy plan of a large face library was freed on the workers' threads, whose malloc arenas keep it
-    // as resident memory through the packing otherwise.
+    // The copy plan of a large face library is freed by now; without a trim, malloc keeps its pages resident
+    // through the packing.
     malloc_trim(0);
 #endif
     if (step == STEP_DONE) {
