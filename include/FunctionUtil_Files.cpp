@@ -149,12 +149,16 @@ bool CopyFiles(const QString& _qstrSourceDir, const QString& _qstrTargetDir, con
                 vecFolders.push_back(QFile::encodeName(qstrFolder));
             }
             STRUCT_CopyEntry entry;
+            // Encoding reserves three bytes a character; the plan keeps only what the paths use.
             entry.source = QFile::encodeName(qstrSource);
+            entry.source.squeeze();
             entry.target = QFile::encodeName(qstrTarget);
+            entry.target.squeeze();
             entry.folder = itFolder->index;
             const QByteArray qbaRemoval = QFile::encodeName(targetFolder.filePath(info.fileName()));
             if (qbaRemoval != entry.target) {
                 entry.removal = qbaRemoval;
+                entry.removal.squeeze();
             }
             const int iIndex = static_cast<int>(vecEntries.size());
             const auto itLast = hashLastByTarget.find(entry.target);

@@ -118,7 +118,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
     std::map<int, QString> mapPassedOver;
     std::vector<STRUCT_Job> vecJobs;
     qint64 iTotalBytes = 0;
-    QSet<QString> setTargets;
+    QSet<QByteArray> setTargets;
     CLS_FolderMaker folders(_qstrRoot);
     for (int i = 0; i < vecEntries.size(); ++i) {
         const QString qstrName = CLS_ZipReader::EntryName(vecEntries[i]);
@@ -135,15 +135,17 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
             }
             continue;
         }
-        // Two entries for one file would leave whichever thread came last.
-        if (setTargets.contains(qstrClean)) {
-            m_failure = {qstrName, "a second entry for the same file"};
-            return ARCHIVE_REFUSED;
-        }
-        setTargets.insert(qstrClean);
         STRUCT_Job job;
         job.iIndex = i;
         job.qbaPath = QFile::encodeName(_qstrRoot + "/" + qstrClean);
+        // Encoding reserves three bytes a character; a hundred thousand paths keep only what they use.
+        job.qbaPath.squeeze();
+        // Two entries for one file would leave whichever thread came last. The set shares the job's path.
+        if (setTargets.contains(job.qbaPath)) {
+            m_failure = {qstrName, "a second entry for the same file"};
+            return ARCHIVE_REFUSED;
+        }
+        setTargets.insert(job.qbaPath);
         job.blWritable = folders.Make(qstrClean.section('/', 0, -2), job.qstrDetail);
         iTotalBytes += vecEntries[i].iSize;
         vecJobs.push_back(std::move(job));

@@ -17,9 +17,9 @@
 
 namespace {
 
-// Deflated data waiting to be copied, at most; it keeps memory apart from the size of any file. Eight
+// Deflated data waiting to be copied, at most; it keeps memory apart from the size of any file. Four
 // chunks per core keep the workers ahead of libzip's copy while a backup stays within 128 MiB.
-constexpr qint64 kDeflateBudgetBytes = qint64(16) << 20;
+constexpr qint64 kDeflateBudgetBytes = qint64(8) << 20;
 // libzip 1.7 reserves room for zip64 sizes in the local header of a deflated entry only above this size;
 // a deflated stream that outgrew 4 GiB below it would not fit the header written before the data.
 constexpr qint64 kZip64ReservedAbove = 4293656963LL;
@@ -39,7 +39,7 @@ QString ErrnoText(int _iErrno)
 struct CLS_ZipWriter::STRUCT_Entry
 {
     CLS_ZipWriter* pWriter = nullptr;
-    QString qstrPath;
+    QByteArray qbaPath; // encoded and squeezed: a face library queues a hundred thousand
     bool blDeflated = false;
     qint64 iSize = 0; // as listed; the file must still have it when read
     time_t iModified = 0;
@@ -106,10 +106,10 @@ struct CLS_ZipWriter::STRUCT_Entry
             return false;
         }
         if (blDeflated) {
-            pWriter->m_deflater->Begin(qstrPath);
+            pWriter->m_deflater->Begin(QFile::decodeName(qbaPath));
             return true;
         }
-        iFd = open(QFile::encodeName(qstrPath).constData(), O_RDONLY | O_CLOEXEC);
+        iFd = open(qbaPath.constData(), O_RDONLY | O_CLOEXEC);
         if (iFd < 0) {
             return ReadFailed(errno, ErrnoText(errno));
         }
@@ -204,7 +204,7 @@ struct CLS_ZipWriter::STRUCT_Entry
         blEnded = true;
         vecBuffer.clear();
         if (pWriter->m_blRemoveAfterReading) {
-            unlink(QFile::encodeName(qstrPath).constData());
+            unlink(qbaPath.constData());
         }
         if (pWriter->m_fileAdded && !pWriter->m_fileAdded()) {
             return Cancel();
@@ -253,7 +253,7 @@ struct CLS_ZipWriter::STRUCT_Entry
 
     bool ReadFailed(int _iErrno, const QString& _qstrWhy)
     {
-        pWriter->Fail("reading " + qstrPath + " failed: " + _qstrWhy, 0);
+        pWriter->Fail("reading " + QFile::decodeName(qbaPath) + " failed: " + _qstrWhy, 0);
         zip_error_set(&error, ZIP_ER_READ, _iErrno);
         blFailed = true;
         return false;
@@ -467,7 +467,8 @@ bool CLS_ZipWriter::AddFile(const QString& _qstrEntryName, const QString& _qstrF
         return false;
     }
     auto entry = std::make_unique<STRUCT_Entry>(this);
-    entry->qstrPath = _qstrFilePath;
+    entry->qbaPath = QFile::encodeName(_qstrFilePath);
+    entry->qbaPath.squeeze();
     entry->iSize = st.st_size;
     entry->iModified = st.st_mtime;
     entry->blDeflated = entry->iSize > 0 && !ZipRules::IsStoredName(_qstrEntryName) &&
@@ -496,7 +497,8 @@ bool CLS_ZipWriter::AddFile(const QString& _qstrEntryName, const QString& _qstrF
             m_deflater = std::make_unique<CLS_ParallelDeflater>(std::max(2, QThread::idealThreadCount()),
                                                                 m_iLevel, kDeflateBudgetBytes);
         }
-        m_deflater->Announce(_qstrFilePath);
+        // Announced as Begin() will name it, decoded from the same bytes.
+        m_deflater->Announce(QFile::decodeName(entry->qbaPath));
     }
     m_vecEntries.push_back(std::move(entry));
     return true;
@@ -507,7 +509,7 @@ QStringList CLS_ZipWriter::QueuedFiles() const
     QStringList lstFiles;
     lstFiles.reserve(static_cast<int>(m_vecEntries.size()));
     for (const std::unique_ptr<STRUCT_Entry>& entry : m_vecEntries) {
-        lstFiles << entry->qstrPath;
+        lstFiles << QFile::decodeName(entry->qbaPath);
     }
     return lstFiles;
 }
