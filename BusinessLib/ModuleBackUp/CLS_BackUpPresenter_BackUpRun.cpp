@@ -13,13 +13,13 @@
 #include <malloc.h>
 #endif
 
-#include "PackedArchiveCheck.h"
 #include "CLS_BackUpRun.h"
 #include "CLS_DBDaoC.h"
 #include "CLS_RunLock.h"
 #include "DurableFiles.h"
 #include "FunctionUtil.h"
 #include "Logger.h"
+#include "PackedArchiveCheck.h"
 #include "Param.h"
 #include "RunLeftovers.h"
 #include "Util.h"

@@ -6,9 +6,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include "PackedArchiveCheck.h"
 #include "CLS_BackUpPresenter.h"
 #include "EngineTestSupport.h"
+#include "PackedArchiveCheck.h"
 
 using namespace EngineTest;
 

@@ -237,7 +237,7 @@ CLS_ZipUnpacker::n_Result CLS_ZipUnpacker::Unpack(const QString& _qstrZipPath, c
                 const std::lock_guard<std::mutex> lock(mutex);
                 ++iWorking;
             }
-            vecThreads.emplace_back(_progress ? std::function<void()>(workAndSignOff) : std::function<void()>(work));
+            vecThreads.emplace_back(workAndSignOff);
         }
     } catch (const std::system_error&) {
         // Fewer threads do the same work.
